@@ -1,0 +1,5 @@
+#include <kivgeo/extent.h>
+
+CKivExtent2D::~CKivExtent2D() = default;
+
+CKivBaseTriMesh::~CKivBaseTriMesh() = default;

@@ -1,0 +1,11 @@
+// The whole public interface of kivgeo.
+#ifndef KIVGEO_KIVGEO_H
+#define KIVGEO_KIVGEO_H
+
+#include <kivgeo/export.h>
+#include <kivgeo/extent.h>
+#include <kivgeo/point3d.h>
+#include <kivgeo/seg3d.h>
+#include <kivgeo/tri3d.h>
+
+#endif

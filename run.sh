@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# Developer entry point. Installs what the build needs (Debian packages), then:
+#   ./run.sh demo       build and run the main job on the bundled sample data
+#   ./run.sh test       build and run the whole test suite
+#   ./run.sh sanitize   build and run the test suite under ASan + UBSan
+#   ./run.sh bench      build the benchmarks
+set -euo pipefail
+cd "$(dirname "$0")"
+
+packages=(build-essential cmake pkg-config libgtest-dev libgmock-dev libbenchmark-dev)
+
+ensure_packages() {
+    local missing=()
+    for p in "${packages[@]}"; do
+        dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+    done
+    if [ ${#missing[@]} -gt 0 ]; then
+        echo "installing: ${missing[*]}" >&2
+        local sudo=""
+        [ "$(id -u)" -ne 0 ] && sudo="sudo"
+        $sudo apt-get update -qq
+        DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${missing[@]}" >/dev/null
+    fi
+}
+
+jobs=$(nproc 2>/dev/null || echo 2)
+
+build() {
+    local preset=$1
+    cmake --preset "$preset" >/dev/null
+    cmake --build --preset "$preset" -j "$jobs"
+}
+
+case "${1:-}" in
+demo)
+    ensure_packages
+    build release
+    ./build/release/examples/kivgeo_example data/boreholes.xyz
+    ;;
+test)
+    ensure_packages
+    build release
+    ctest --preset release
+    ;;
+sanitize)
+    ensure_packages
+    build sanitize
+    ctest --preset sanitize
+    ;;
+bench)
+    ensure_packages
+    build release
+    ls build/release/bench/
+    ;;
+*)
+    sed -n '2,7p' "$0" | sed 's/^# \{0,1\}//'
+    exit 2
+    ;;
+esac

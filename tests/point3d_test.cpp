@@ -1,0 +1,218 @@
+#include <kivgeo/point3d.h>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <type_traits>
+
+namespace {
+
+TEST(CompDouble, AbsoluteRuleForMagnitudesOfOneOrMore)
+{
+    EXPECT_EQ(CompDouble(5.0, 5.0000009), 0);
+    EXPECT_EQ(CompDouble(5.0, 5.000001), -1); // difference is not below 1e-6
+    EXPECT_EQ(CompDouble(5.000001, 5.0), 1);
+    EXPECT_EQ(CompDouble(-3.0, -3.0000005), 0);
+    EXPECT_EQ(CompDouble(1e12, 1e12 + 0.0001), -1);
+}
+
+TEST(CompDouble, RelativeRuleBelowOneButZeroAbsorbs)
+{
+    EXPECT_EQ(CompDouble(1e-8, 2e-8), -1);
+    EXPECT_EQ(CompDouble(2e-8, 1e-8), 1);
+    EXPECT_EQ(CompDouble(0.0, 2e-8), 0);
+    EXPECT_EQ(CompDouble(2e-8, 0.0), 0);
+    EXPECT_EQ(CompDouble(0.5, 0.5000001), 0);
+    EXPECT_EQ(CompDouble(-0.0, 0.0), 0);
+}
+
+TEST(CompDouble, AntisymmetricOnRandomPairs)
+{
+    std::mt19937_64 rng(7);
+    std::uniform_real_distribution<double> mag(-12, 3);
+    std::uniform_real_distribution<double> jitter(-3e-6, 3e-6);
+    for (int i = 0; i < 20000; ++i) {
+        const double a = std::pow(10.0, mag(rng)) * (i % 2 ? 1 : -1);
+        const double b = a + jitter(rng) * (i % 3 ? 1.0 : std::fabs(a));
+        EXPECT_EQ(CompDouble(a, b), -CompDouble(b, a)) << a << " " << b;
+        if (std::fabs(a - b) >= 1e-6) {
+            EXPECT_NE(CompDouble(a, b), 0);
+        }
+    }
+}
+
+TEST(CompDouble, NonFiniteNeverEqualsFinite)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    EXPECT_NE(CompDouble(nan, 0.0), 0);
+    EXPECT_NE(CompDouble(1.0, nan), 0);
+    EXPECT_EQ(CompDouble(inf, inf), 0);
+    EXPECT_EQ(CompDouble(inf, 1e300), 1);
+}
+
+TEST(GetDist, TwoAndThreeDimensions)
+{
+    EXPECT_DOUBLE_EQ(get_dist(0, 0, 0, 1, 2, 2), 3.0);
+    EXPECT_DOUBLE_EQ(get_dist(1, 1, 4, 5), 5.0);
+}
+
+TEST(Point3d, LayoutIsThreePackedDoubles)
+{
+    static_assert(sizeof(CKivPoint3d) == 3 * sizeof(double), "");
+    CKivPoint3d pts[2] = {CKivPoint3d(1.0, 2.0, 3.0), CKivPoint3d(4.0, 5.0, 6.0)};
+    const double* raw = &pts[0].x;
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_EQ(raw[i], i + 1.0);
+    }
+    CKivPoint3d f(1.5f, 2.5f, 3.5f);
+    float a, b, c;
+    f.Get(a, b, c);
+    EXPECT_EQ(a, 1.5f);
+    EXPECT_EQ(c, 3.5f);
+}
+
+TEST(Point3d, EqualityIsPerCoordinateCompDouble)
+{
+    const CKivPoint3d p(10.0, 20.0, 30.0);
+    const CKivPoint3d q(10.0000005, 20.0, 30.0);
+    EXPECT_EQ(p == q, 1);
+    EXPECT_EQ(p != q, 0);
+    EXPECT_FALSE(p.IsEqualTo(q));
+    EXPECT_TRUE(p.IsEqualTo(p));
+    // Near 1e-7 the relative rule makes these differ.
+    EXPECT_EQ(CKivPoint3d(1e-7, 0.0, 0.0) == CKivPoint3d(2e-7, 0.0, 0.0), 0);
+    // ...but an exact zero absorbs anything within 1e-6.
+    EXPECT_EQ(CKivPoint3d(0.0, 0.0, 0.0) == CKivPoint3d(5e-7, 0.0, 0.0), 1);
+}
+
+TEST(Point3d, VectorEqualityIsAbsolute)
+{
+    const CGeoVector u(1e-7, 0.0, 0.0), v(5e-7, 0.0, 0.0);
+    EXPECT_EQ(u == v, 1);
+    EXPECT_EQ(u != v, 0);
+    const CKivPoint3d& pu = u;
+    const CKivPoint3d& pv = v;
+    EXPECT_EQ(pu == pv, 0);
+}
+
+TEST(Point3d, ArithmeticAndGuardedDivision)
+{
+    CKivPoint3d a(1.0, 2.0, 3.0);
+    const CKivPoint3d d0 = a / 0.0;
+    const CKivPoint3d dn = a / -1e-9;
+    for (const CKivPoint3d& d : {d0, dn}) {
+        EXPECT_NEAR(d.x, 1e5, 1e-6);
+        EXPECT_NEAR(d.y, 2e5, 1e-6);
+        EXPECT_NEAR(d.z, 3e5, 1e-5);
+    }
+    EXPECT_EQ((a / 2.0).y, 1.0);
+    EXPECT_EQ((a / -1e-6).x, -1e6); // |s| == 1e-6 is not guarded
+    EXPECT_EQ((-a).z, -3.0);
+    EXPECT_EQ((a * 2.0).z, 6.0);
+    EXPECT_EQ((a - CKivPoint3d(1.0, 1.0, 1.0)).y, 1.0);
+
+    // Compound assignments change the object and return a copy.
+    static_assert(!std::is_reference<decltype(a += a)>::value, "compound assignment yields a copy");
+    const CKivPoint3d r = (a += CKivPoint3d(1.0, 1.0, 1.0));
+    EXPECT_EQ(a.x, 2.0);
+    EXPECT_EQ(r.x, 2.0);
+    a -= CKivPoint3d(1.0, 1.0, 1.0);
+    a *= 3.0;
+    EXPECT_EQ(a.z, 9.0);
+    a /= 0.0;
+    EXPECT_NEAR(a.x, 3e5, 1e-6);
+}
+
+TEST(Point3d, VectorProductsAndNormalize)
+{
+    const CGeoVector x(1.0, 0.0, 0.0), y(0.0, 1.0, 0.0);
+    EXPECT_EQ(x * y, 0.0);
+    const CGeoVector z = x ^ y;
+    EXPECT_EQ(z.z, 1.0);
+    EXPECT_EQ((y ^ x).z, -1.0);
+    EXPECT_EQ((x * 3.0).x, 3.0); // scaling still reachable beside the dot product
+    CGeoVector v(3.0, 4.0, 0.0);
+    EXPECT_EQ(v.Length2(), 25.0);
+    v.Normalize();
+    EXPECT_NEAR(v.Length(), 1.0, 1e-15);
+    CGeoVector tiny(1e-7, 0.0, 0.0);
+    tiny.Normalize();
+    EXPECT_EQ(tiny.x, 1e-7);
+}
+
+TEST(Circle, PointInCircleWithinTolerance)
+{
+    EXPECT_EQ(CKivPoint3d::IsPtInCircle(2.0 + 5e-7, 0, 0, 0, 2.0), 1);
+    EXPECT_EQ(CKivPoint3d::IsPtInCircle(2.0 + 2e-6, 0, 0, 0, 2.0), 0);
+    EXPECT_EQ(CKivPoint3d::IsPtInCircle(0, 0, 0, 0, 2.0), 1);
+}
+
+TEST(Circle, ThreePointInCircleIndependentOfOrder)
+{
+    // Collinear corners: always -1.
+    EXPECT_EQ(CKivPoint3d::IsPtIn3PCircle(0.5, 0.5, 0, 0, 1, 0, 2, 0), -1);
+    EXPECT_EQ(CKivPoint3d::IsPtIn3PCircle(5, 5, 0, 0, 1, 0, 2, 0), -1);
+    // A corner is on the circle.
+    EXPECT_EQ(CKivPoint3d::IsPtIn3PCircle(1, 0, 0, 0, 1, 0, 0, 1), 0);
+
+    std::mt19937 rng(3);
+    std::uniform_real_distribution<double> u(-10.0, 10.0);
+    for (int i = 0; i < 5000; ++i) {
+        const double x1 = u(rng), y1 = u(rng), x2 = u(rng), y2 = u(rng), x3 = u(rng), y3 = u(rng);
+        const double px = u(rng), py = u(rng);
+        const int ccw = CKivPoint3d::IsPtIn3PCircle(px, py, x1, y1, x2, y2, x3, y3);
+        const int cw = CKivPoint3d::IsPtIn3PCircle(px, py, x2, y2, x1, y1, x3, y3);
+        EXPECT_EQ(ccw, cw);
+        double r, cx, cy;
+        if (ccw != 0 && CKivPoint3d::Get_3P_Circle(x1, y1, x2, y2, x3, y3, r, cx, cy)) {
+            const double dc = std::hypot(px - cx, py - cy);
+            if (std::fabs(dc - r) > 1e-6 * (1 + r)) {
+                const int expected = dc < r ? 1 : -1;
+                const double area2 = (x2 - x1) * (y3 - y1) - (x3 - x1) * (y2 - y1);
+                if (std::fabs(area2) > 1e-6) {
+                    EXPECT_EQ(ccw, expected);
+                }
+            }
+        }
+    }
+}
+
+TEST(Circle, ThreePointCircle)
+{
+    double r = -1, cx = -1, cy = -1;
+    ASSERT_EQ(CKivPoint3d::Get_3P_Circle(0, 0, 2, 0, 0, 2, r, cx, cy), 1);
+    EXPECT_NEAR(cx, 1.0, 1e-12);
+    EXPECT_NEAR(cy, 1.0, 1e-12);
+    EXPECT_NEAR(r, std::sqrt(2.0), 1e-12);
+
+    r = cx = cy = -7;
+    EXPECT_EQ(CKivPoint3d::Get_3P_Circle(0, 0, 1, 1, 2, 2, r, cx, cy), 0);
+    EXPECT_EQ(r, -7);
+    EXPECT_EQ(cx, -7);
+    // Random triangles: the centre is equidistant from the three corners.
+    std::mt19937 rng(11);
+    std::uniform_real_distribution<double> u(-100.0, 100.0);
+    for (int i = 0; i < 2000; ++i) {
+        const double x1 = u(rng), y1 = u(rng), x2 = u(rng), y2 = u(rng), x3 = u(rng), y3 = u(rng);
+        if (CKivPoint3d::Get_3P_Circle(x1, y1, x2, y2, x3, y3, r, cx, cy)) {
+            const double tol = 1e-7 * (1 + r);
+            EXPECT_NEAR(std::hypot(x2 - cx, y2 - cy), r, tol);
+            EXPECT_NEAR(std::hypot(x3 - cx, y3 - cy), r, tol);
+        }
+    }
+}
+
+TEST(Circle, CollinearityIsAnAbsoluteAreaTest)
+{
+    const CKivPoint3d a(0.0, 0.0, 0.0), b(1.0, 0.0, 0.0);
+    EXPECT_EQ(CKivPoint3d::IsConllinear(a, b, CKivPoint3d(5.0, 0.0, 0.0)), 1);
+    EXPECT_EQ(CKivPoint3d::IsConllinear(a, a, CKivPoint3d(5.0, 3.0, 0.0)), 1);
+    EXPECT_EQ(CKivPoint3d::IsConllinear(a, b, CKivPoint3d(0.0, 0.0, 1.0)), 0);
+    // Twice the area 5e-7: collinear by the absolute rule although clearly bent.
+    EXPECT_EQ(CKivPoint3d::IsConllinear(a, CKivPoint3d(1e-3, 0.0, 0.0), CKivPoint3d(0.0, 5e-4, 0.0)), 1);
+}
+
+} // namespace
