@@ -5,6 +5,7 @@
 #include <kivgeo/export.h>
 #include <kivgeo/extent.h>
 #include <kivgeo/point3d.h>
+#include <kivgeo/polyline.h>
 #include <kivgeo/seg3d.h>
 #include <kivgeo/tri3d.h>
 
