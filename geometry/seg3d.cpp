@@ -1,25 +1,7 @@
 #include <kivgeo/seg3d.h>
+#include <kivgeo/spacemath.h>
 
 #include <cmath>
-
-namespace {
-// Offset form of the three-point plane (n unit, n.p + d = 0); 0 when two
-// points coincide or the three are collinear.
-int PlaneThrough(const CGeoVector& p0, const CGeoVector& p1, const CGeoVector& p2, CGeoVector& n, double& d)
-{
-    const CGeoVector u(p1 - p0), v(p2 - p0);
-    if (u.Length() < 1e-6 || v.Length() < 1e-6) {
-        return 0;
-    }
-    n = u ^ v;
-    n.Normalize();
-    if (n.Length() < 1e-6) {
-        return 0;
-    }
-    d = -(n * p0);
-    return 1;
-}
-} // namespace
 
 CKivSeg3d::~CKivSeg3d() = default;
 
@@ -42,7 +24,7 @@ bool CKivSeg3d::IsSamePlane(const CKivSeg3d& s, const CKivSeg3d& t)
     }
     CGeoVector n;
     double d = 0.0;
-    if (!PlaneThrough(s.m_pt[0], s.m_pt[1], t.m_pt[0], n, d)) {
+    if (!CKivSpaceMath::PlaneFromPoints(s.m_pt[0], s.m_pt[1], t.m_pt[0], n, d)) {
         return false; // unreachable after the collinearity tests, short of NaN
     }
     const double v = n * CGeoVector(t.m_pt[1]) + d;

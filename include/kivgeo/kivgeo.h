@@ -4,9 +4,11 @@
 
 #include <kivgeo/export.h>
 #include <kivgeo/extent.h>
+#include <kivgeo/planar.h>
 #include <kivgeo/point3d.h>
 #include <kivgeo/polyline.h>
 #include <kivgeo/seg3d.h>
+#include <kivgeo/spacemath.h>
 #include <kivgeo/tri3d.h>
 
 #endif
