@@ -4,6 +4,7 @@
 
 #include <kivgeo/export.h>
 #include <kivgeo/extent.h>
+#include <kivgeo/mesh_data.h>
 #include <kivgeo/planar.h>
 #include <kivgeo/point3d.h>
 #include <kivgeo/polyline.h>

@@ -1,0 +1,634 @@
+#include <kivgeo/mesh_data.h>
+
+#include "trimesh/oct_tree.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <limits>
+#include <random>
+#include <set>
+#include <vector>
+
+namespace TriMesh {
+// The test suite's access to the store's private members.
+class CKivMeshDataInspector {
+public:
+    explicit CKivMeshDataInspector(CKivMeshData& m) : m_m(m) {}
+    std::vector<_sVertex*>& Verts() { return m_m.m_vecVertex; }
+    std::vector<_sTri*>& Tris() { return m_m.m_vecTri; }
+    CKivOctTree* Tree() { return m_m.m_pOctTree; }
+    _sVertex* NewVertex(const CKivPoint3d& p) { return m_m.NewVertex(p); }
+    void UpdateExtent(const _sVertex& v) { m_m.UpdateExtent(v); }
+    void AddTri(_sVertex* a, _sVertex* b, _sVertex* c) { m_m.AddTri(a, b, c); }
+    void DelTri(_sTri* t) { m_m.DelTri(t); }
+    void DelVoidVet(const _sVertex* v) { m_m.DelVoidVet(v); }
+    void DelTriFromVec(std::vector<_sTri*>& v, const _sTri* t) { m_m.DelTriFromVec(v, t); }
+    void CompactTris() { m_m.CompactTris(); }
+    void ClearTriData() { m_m.ClearTriData(); }
+    void ResetOctTree() { m_m.ResetOctTree(); }
+    void InvalidateVertexIndex() { m_m.InvalidateVertexIndex(); }
+    _sTri* FindTriCoEdge(const _sVertex* a, const _sVertex* b, const _sTri* ex)
+    {
+        return m_m.FindTriCoEdge(a, b, ex);
+    }
+    int IndexDefaultPt(_sTri* t, _sVertex* a, _sVertex* b) { return m_m.IndexDefaultPt(t, a, b); }
+
+private:
+    CKivMeshData& m_m;
+};
+} // namespace TriMesh
+
+using TriMesh::_sTri;
+using TriMesh::_sVertex;
+using TriMesh::CKivMeshData;
+using TriMesh::CKivMeshDataInspector;
+using TriMesh::CKivOctBox;
+using TriMesh::CKivOctNode;
+using TriMesh::CKivOctTree;
+
+namespace {
+
+CKivPoint3d P(double x, double y, double z)
+{
+    return CKivPoint3d(x, y, z);
+}
+
+// The plain merge the store must reproduce: a backward linear scan per corner.
+struct RefMesh {
+    std::vector<CKivPoint3d> pts;
+    std::vector<int> corner;
+
+    int Find(const CKivPoint3d& p) const
+    {
+        for (std::size_t i = pts.size(); i-- > 0;) {
+            if (pts[i] == p) {
+                return static_cast<int>(i);
+            }
+        }
+        return -1;
+    }
+    int Find2D(const CKivPoint3d& p) const
+    {
+        for (std::size_t i = pts.size(); i-- > 0;) {
+            if (std::fabs(pts[i].x - p.x) <= 0.01 && std::fabs(pts[i].y - p.y) <= 0.01) {
+                return static_cast<int>(i);
+            }
+        }
+        return -1;
+    }
+    void Input(const std::vector<CKivTri3d>& tris)
+    {
+        for (const CKivTri3d& t : tris) {
+            for (const CKivPoint3d& p : t.m_pt) {
+                int i = Find(p);
+                if (i < 0) {
+                    i = static_cast<int>(pts.size());
+                    pts.push_back(p);
+                }
+                corner.push_back(i);
+            }
+        }
+    }
+};
+
+// Checks every invariant the store keeps, with the mesh compacted.
+void ExpectConsistent(CKivMeshData& m)
+{
+    CKivMeshDataInspector in(m);
+    std::set<const _sTri*> live(in.Tris().begin(), in.Tris().end());
+    ASSERT_EQ(live.count(nullptr), 0u);
+    ASSERT_EQ(live.size(), in.Tris().size());
+    std::size_t listed = 0;
+    for (const _sVertex* v : in.Verts()) {
+        for (const _sTri* t : v->vecTri) {
+            ASSERT_EQ(live.count(t), 1u);
+            ++listed;
+        }
+    }
+    std::size_t slots = 0;
+    for (std::size_t i = 0; i < in.Tris().size(); ++i) {
+        const _sTri* t = in.Tris()[i];
+        EXPECT_EQ(t->nPos, static_cast<int>(i));
+        for (const _sVertex* v : t->pVt) {
+            EXPECT_NE(std::find(v->vecTri.begin(), v->vecTri.end(), t), v->vecTri.end());
+        }
+        slots += 3;
+    }
+    EXPECT_EQ(listed, slots);
+}
+
+// Random TIN-like soup: a jittered grid written out as two triangles per
+// cell, plus near-duplicates and small-magnitude corners where asked.
+std::vector<CKivTri3d> RandomSoup(std::mt19937& rng, int nx, int ny, double x0, double y0, double step,
+                                  double jitter)
+{
+    std::uniform_real_distribution<double> u(-1.0, 1.0);
+    std::vector<CKivPoint3d> g(static_cast<std::size_t>((nx + 1) * (ny + 1)));
+    for (int j = 0; j <= ny; ++j) {
+        for (int i = 0; i <= nx; ++i) {
+            g[static_cast<std::size_t>(j * (nx + 1) + i)] =
+                P(x0 + i * step + u(rng) * 0.3 * step, y0 + j * step + u(rng) * 0.3 * step, u(rng) * 10.0);
+        }
+    }
+    auto at = [&](int i, int j) {
+        CKivPoint3d p = g[static_cast<std::size_t>(j * (nx + 1) + i)];
+        // Corners written again slightly off: some merge, some do not.
+        p.x += u(rng) * jitter;
+        p.y += u(rng) * jitter;
+        return p;
+    };
+    std::vector<CKivTri3d> tris;
+    for (int j = 0; j < ny; ++j) {
+        for (int i = 0; i < nx; ++i) {
+            tris.emplace_back(at(i, j), at(i + 1, j), at(i + 1, j + 1));
+            tris.emplace_back(at(i, j), at(i + 1, j + 1), at(i, j + 1));
+        }
+    }
+    std::shuffle(tris.begin(), tris.end(), rng);
+    return tris;
+}
+
+void ExpectMatchesReference(CKivMeshData& m, const RefMesh& ref, const std::vector<CKivTri3d>& tris)
+{
+    CKivMeshDataInspector in(m);
+    ASSERT_EQ(in.Verts().size(), ref.pts.size());
+    for (std::size_t i = 0; i < ref.pts.size(); ++i) {
+        const CKivPoint3d& a = in.Verts()[i]->pt;
+        const CKivPoint3d& b = ref.pts[i];
+        // Bitwise, NaN included.
+        EXPECT_TRUE((a.x == b.x || (a.x != a.x && b.x != b.x)) && (a.y == b.y || (a.y != a.y && b.y != b.y)) &&
+                    (a.z == b.z || (a.z != a.z && b.z != b.z)))
+            << "vertex " << i;
+    }
+    ASSERT_EQ(in.Tris().size(), tris.size());
+    for (std::size_t i = 0; i < tris.size(); ++i) {
+        for (int k = 0; k < 3; ++k) {
+            EXPECT_EQ(in.Tris()[i]->pVt[k]->nIndex, ref.corner[3 * i + static_cast<std::size_t>(k)]);
+        }
+    }
+}
+
+} // namespace
+
+TEST(MeshData, EmptyMesh)
+{
+    CKivMeshData m;
+    EXPECT_EQ(m.TriNum(), 0u);
+    EXPECT_EQ(m.GetMinLimit().x, DBL_MAX);
+    EXPECT_EQ(m.GetMinLimit().z, DBL_MAX);
+    EXPECT_EQ(m.GetMaxLimit().y, -DBL_MAX);
+    CKivPoint3d a, b, c;
+    EXPECT_FALSE(m.GetTriPts(0, a, b, c));
+    EXPECT_EQ(m.GetVertexIndex(P(0.0, 0.0, 0.0)), -1);
+    EXPECT_EQ(m.GetVertexIndex2D(P(0.0, 0.0, 0.0)), -1);
+
+    CKivMeshData dst;
+    dst.InputData({CKivTri3d(P(0.0, 0.0, 0.0), P(1.0, 0.0, 0.0), P(0.0, 1.0, 0.0))}, true);
+    EXPECT_FALSE(m.Clone(dst));
+    EXPECT_EQ(dst.TriNum(), 1u);
+
+    // An empty input keeps what bClear left and builds no octree.
+    m.InputData(std::vector<CKivTri3d>(), true);
+    EXPECT_EQ(CKivMeshDataInspector(m).Tree(), nullptr);
+    m.InputData(nullptr, 0, false);
+    EXPECT_EQ(m.TriNum(), 0u);
+}
+
+TEST(MeshData, InputMergesSharedCornersWithinTolerance)
+{
+    CKivMeshData m;
+    const std::vector<CKivTri3d> tris = {
+        CKivTri3d(P(0.0, 0.0, 0.0), P(10.0, 0.0, 0.0), P(0.0, 10.0, 0.0)),
+        CKivTri3d(P(10.0 + 5e-7, 0.0, 0.0), P(10.0, 10.0, 0.0), P(0.0, 10.0 - 5e-7, 0.0))};
+    m.InputData(tris, true);
+    CKivMeshDataInspector in(m);
+    ASSERT_EQ(in.Verts().size(), 4u);
+    ASSERT_EQ(m.TriNum(), 2u);
+    ExpectConsistent(m);
+    _sTri* t0 = in.Tris()[0];
+    _sTri* t1 = in.Tris()[1];
+    EXPECT_EQ(in.FindTriCoEdge(in.Verts()[1], in.Verts()[2], t0), t1);
+    EXPECT_EQ(in.FindTriCoEdge(in.Verts()[2], in.Verts()[1], t1), t0);
+    EXPECT_EQ(in.FindTriCoEdge(in.Verts()[0], in.Verts()[1], t0), nullptr);
+    EXPECT_EQ(in.FindTriCoEdge(nullptr, in.Verts()[1], nullptr), nullptr);
+    for (int i = 0; i < 4; ++i) {
+        EXPECT_EQ(in.Verts()[static_cast<std::size_t>(i)]->nIndex, i);
+    }
+    // The first-created position stays; the extent counts created vertices only.
+    EXPECT_EQ(in.Verts()[1]->pt.x, 10.0);
+    EXPECT_EQ(m.GetMaxLimit().x, 10.0);
+    EXPECT_EQ(m.GetMinLimit().y, 0.0);
+
+    CKivPoint3d a, b, c;
+    ASSERT_TRUE(m.GetTriPts(1, a, b, c));
+    EXPECT_EQ(a.x, 10.0);
+    EXPECT_EQ(c.y, 10.0);
+    EXPECT_FALSE(m.GetTriPts(m.TriNum(), a, b, c));
+
+    // Appending reuses existing vertices.
+    m.InputData({CKivTri3d(P(10.0, 10.0, 0.0), P(20.0, 10.0, 0.0), P(10.0, 0.0, 0.0))}, false);
+    EXPECT_EQ(in.Verts().size(), 5u);
+    EXPECT_EQ(m.TriNum(), 3u);
+    EXPECT_EQ(in.Tris()[2]->pVt[0], in.Verts()[3]);
+    EXPECT_EQ(in.Tris()[2]->pVt[2], in.Verts()[1]);
+    EXPECT_EQ(in.Verts()[4]->nIndex, 4);
+    ExpectConsistent(m);
+}
+
+TEST(MeshData, DegenerateTriangleIsKept)
+{
+    CKivMeshData m;
+    m.InputData({CKivTri3d(P(1.0, 1.0, 1.0), P(1.0, 1.0, 1.0), P(2.0, 1.0, 1.0))}, true);
+    CKivMeshDataInspector in(m);
+    ASSERT_EQ(in.Verts().size(), 2u);
+    ASSERT_EQ(m.TriNum(), 1u);
+    ASSERT_EQ(in.Verts()[0]->vecTri.size(), 2u);
+    EXPECT_EQ(in.Verts()[0]->vecTri[0], in.Verts()[0]->vecTri[1]);
+    EXPECT_EQ(in.IndexDefaultPt(in.Tris()[0], in.Verts()[0], in.Verts()[0]), 2);
+    // Deleting it empties both lists.
+    in.DelTri(in.Tris()[0]);
+    in.CompactTris();
+    EXPECT_TRUE(in.Verts()[0]->vecTri.empty());
+    EXPECT_TRUE(in.Verts()[1]->vecTri.empty());
+}
+
+TEST(MeshData, VertexLookupsFollowTheBackwardScan)
+{
+    CKivMeshData m;
+    CKivMeshDataInspector in(m);
+    in.NewVertex(P(10.0, 10.0, 99.0));
+    EXPECT_EQ(m.GetVertexIndex2D(P(10.01, 9.99, 0.0)), 0);
+    EXPECT_EQ(m.GetVertexIndex2D(P(10.011, 10.0, 0.0)), -1);
+    EXPECT_EQ(m.GetVertexIndex(P(10.0, 10.0, 99.0000005)), 0);
+    EXPECT_EQ(m.GetVertexIndex(P(10.0, 10.0, 99.0000011)), -1);
+    // Later matches win, for both lookups.
+    in.NewVertex(P(10.0000003, 10.0, 99.0000008));
+    in.NewVertex(P(50.0, 50.0, 0.0));
+    EXPECT_EQ(m.GetVertexIndex(P(10.0, 10.0, 99.0)), 1);
+    EXPECT_EQ(m.GetVertexIndex(P(10.0, 10.0, 98.9999995)), 0);
+    EXPECT_EQ(m.GetVertexIndex2D(P(10.0, 10.0, 0.0)), 1);
+    EXPECT_EQ(in.Verts()[2]->nIndex, 2);
+    // NewVertex leaves the extent alone.
+    EXPECT_EQ(m.GetMaxLimit().x, -DBL_MAX);
+    // Relative rule below 1: 1e-8 and 2e-8 differ, 0 and 2e-8 do not.
+    in.NewVertex(P(1e-8, 0.0, 0.0));
+    EXPECT_EQ(m.GetVertexIndex(P(2e-8, 0.0, 0.0)), -1);
+    EXPECT_EQ(m.GetVertexIndex(P(1e-8, 1e-7, 0.0)), 3);
+    EXPECT_EQ(m.GetVertexIndex(P(0.0, 0.0, 0.0)), 3);
+}
+
+TEST(MeshData, MovedVerticesAreFoundAfterInvalidation)
+{
+    CKivMeshData m;
+    CKivMeshDataInspector in(m);
+    for (int i = 0; i < 100; ++i) {
+        in.NewVertex(P(500000.0 + i, 3000000.0 + i * 0.5, 1.0));
+    }
+    EXPECT_EQ(m.GetVertexIndex(P(500042.0, 3000021.0, 1.0)), 42);
+    for (_sVertex* v : in.Verts()) {
+        v->pt.x -= 500050.0;
+        v->pt.y -= 3000025.0;
+    }
+    in.InvalidateVertexIndex();
+    EXPECT_EQ(m.GetVertexIndex(P(-8.0, -4.0, 1.0)), 42);
+    EXPECT_EQ(m.GetVertexIndex2D(P(-8.0, -4.0, 7.0)), 42);
+    EXPECT_EQ(m.GetVertexIndex(P(500042.0, 3000021.0, 1.0)), -1);
+    // Removing a vertex renumbers the lookups.
+    in.DelVoidVet(in.Verts()[10]);
+    EXPECT_EQ(in.Verts().size(), 99u);
+    EXPECT_EQ(m.GetVertexIndex(P(-8.0, -4.0, 1.0)), 41);
+    EXPECT_EQ(in.Verts()[41]->nIndex, 42);
+}
+
+TEST(MeshData, DeleteAndVoidVertices)
+{
+    CKivMeshData m;
+    m.InputData({CKivTri3d(P(0.0, 0.0, 0.0), P(1.0, 0.0, 0.0), P(0.0, 1.0, 0.0))}, true);
+    CKivMeshDataInspector in(m);
+    in.DelTri(in.Tris()[0]);
+    in.CompactTris();
+    EXPECT_EQ(m.TriNum(), 0u);
+    EXPECT_EQ(in.Verts().size(), 3u);
+    in.DelTri(nullptr);
+    m.ClearVoidVet();
+    EXPECT_TRUE(in.Verts().empty());
+    // The extent is only reset by ClearAllData.
+    EXPECT_EQ(m.GetMaxLimit().x, 1.0);
+    m.ClearAllData();
+    EXPECT_EQ(m.GetMaxLimit().x, -DBL_MAX);
+}
+
+TEST(MeshData, IndexDefaultPtAndDelTriFromVec)
+{
+    CKivMeshData m;
+    m.InputData({CKivTri3d(P(0.0, 0.0, 0.0), P(1.0, 0.0, 0.0), P(0.0, 1.0, 0.0))}, true);
+    CKivMeshDataInspector in(m);
+    _sVertex* A = in.Verts()[0];
+    _sVertex* B = in.Verts()[1];
+    _sVertex* C = in.Verts()[2];
+    _sTri* t = in.Tris()[0];
+    EXPECT_EQ(in.IndexDefaultPt(t, C, A), 1);
+    EXPECT_EQ(in.IndexDefaultPt(t, A, B), 2);
+    EXPECT_EQ(in.IndexDefaultPt(nullptr, A, B), -2);
+    EXPECT_EQ(in.IndexDefaultPt(t, nullptr, B), -3);
+    _sTri x, y;
+    std::vector<_sTri*> v = {&x, &y, &x};
+    in.DelTriFromVec(v, &x);
+    EXPECT_EQ(v, (std::vector<_sTri*>{&y, &x}));
+    in.DelTriFromVec(v, t);
+    EXPECT_EQ(v.size(), 2u);
+    t->Invert();
+    EXPECT_EQ(t->pVt[0], B);
+    EXPECT_EQ(t->pVt[1], A);
+}
+
+TEST(MeshData, CloneAndOutput)
+{
+    std::mt19937 rng(7);
+    const std::vector<CKivTri3d> tris = RandomSoup(rng, 6, 5, 100.0, 200.0, 1.0, 0.0);
+    CKivMeshData m, c;
+    m.InputData(tris, true);
+    ASSERT_TRUE(m.Clone(c));
+    std::vector<CKivTri3d> a, b;
+    m.OutputData(a);
+    c.OutputData(b);
+    ASSERT_EQ(a.size(), tris.size());
+    ASSERT_EQ(b.size(), a.size());
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        for (int k = 0; k < 3; ++k) {
+            EXPECT_TRUE(a[i].m_pt[k] == tris[i].m_pt[k]);
+            EXPECT_EQ(b[i].m_pt[k].x, a[i].m_pt[k].x);
+        }
+    }
+    std::vector<CKivPoint3d> pa, pb;
+    m.OutputPoints(pa);
+    c.OutputPoints(pb);
+    EXPECT_EQ(pa.size(), 42u);
+    EXPECT_EQ(pb.size(), pa.size());
+    // Cloning a mesh into itself rebuilds it unchanged.
+    ASSERT_TRUE(m.Clone(m));
+    m.OutputData(b);
+    ASSERT_EQ(b.size(), a.size());
+    EXPECT_EQ(b.back().m_pt[2].y, a.back().m_pt[2].y);
+    ExpectConsistent(m);
+}
+
+// The hash-grid merge against the plain backward scan, on soups whose corners
+// are rewritten with offsets around the 1e-6 tolerance, at several scales.
+TEST(MeshData, MergeMatchesReferenceScan)
+{
+    struct Scale {
+        double x0, y0, step, jitter;
+    };
+    const Scale scales[] = {{500000.0, 3000000.0, 1.0, 1.5e-6},
+                            {0.0, 0.0, 1e-3, 1.5e-6},
+                            {-0.5, -0.5, 1e-5, 1e-7},
+                            {0.0, 0.0, 1e-7, 3e-8},
+                            {1e12, -1e12, 1.0, 0.0},
+                            {-2.0, 3.0, 0.01, 1e-6}};
+    std::mt19937 rng(1234);
+    for (const Scale& s : scales) {
+        for (int rep = 0; rep < 3; ++rep) {
+            const std::vector<CKivTri3d> tris = RandomSoup(rng, 12, 9, s.x0, s.y0, s.step, s.jitter);
+            RefMesh ref;
+            ref.Input(tris);
+            CKivMeshData m;
+            m.InputData(tris, true);
+            SCOPED_TRACE(s.step);
+            ExpectMatchesReference(m, ref, tris);
+            ExpectConsistent(m);
+            // Random probes near existing points, in both lookups.
+            std::uniform_real_distribution<double> u(-1.0, 1.0);
+            for (int q = 0; q < 300; ++q) {
+                CKivPoint3d p = ref.pts[static_cast<std::size_t>(q) % ref.pts.size()];
+                p.x += u(rng) * 2e-6;
+                p.y += u(rng) * std::max(2e-6, s.step);
+                ASSERT_EQ(m.GetVertexIndex(p), ref.Find(p));
+                ASSERT_EQ(m.GetVertexIndex2D(p), ref.Find2D(p));
+            }
+        }
+    }
+}
+
+TEST(MeshData, NonFiniteCoordinatesMergeLikeTheScan)
+{
+    const double inf = std::numeric_limits<double>::infinity();
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const std::vector<CKivTri3d> tris = {
+        CKivTri3d(P(nan, 0.0, 0.0), P(nan, 0.0, 0.0), P(1.0, 1.0, 1.0)),
+        CKivTri3d(P(inf, 0.0, 0.0), P(inf, 0.0, 0.0), P(-inf, 5.0, inf)),
+        CKivTri3d(P(1.0, 1.0, 1.0), P(1e300, -1e300, 0.0), P(-inf, 5.0000001, inf)),
+        CKivTri3d(P(DBL_MAX, 0.0, 0.0), P(1e300, -1e300, 0.0), P(0.0, nan, 0.0))};
+    RefMesh ref;
+    ref.Input(tris);
+    CKivMeshData m;
+    m.InputData(tris, true);
+    ExpectMatchesReference(m, ref, tris);
+    ExpectConsistent(m);
+    for (const CKivTri3d& t : tris) {
+        for (const CKivPoint3d& p : t.m_pt) {
+            EXPECT_EQ(m.GetVertexIndex(p), ref.Find(p));
+            EXPECT_EQ(m.GetVertexIndex2D(p), ref.Find2D(p));
+        }
+    }
+    EXPECT_EQ(m.GetMaxLimit().x, inf);
+    EXPECT_EQ(m.GetMinLimit().x, -inf);
+    // The octree is built over an infinite extent without trouble.
+    CKivMeshDataInspector in(m);
+    ASSERT_NE(in.Tree(), nullptr);
+    std::vector<const CKivOctNode*> nodes;
+    in.Tree()->QueryBox(-1.0, -1.0, -1.0, 1.0, 1.0, 1.0, nodes);
+    in.Tree()->QueryBox2D(nan, 0.0, 1.0, 1.0, nodes);
+    EXPECT_TRUE(nodes.empty());
+}
+
+// Deleting many triangles (tombstones, then one compaction) leaves exactly
+// what erasing each slot at once would.
+TEST(MeshData, BulkDeletionMatchesEraseOrder)
+{
+    std::mt19937 rng(99);
+    const std::vector<CKivTri3d> tris = RandomSoup(rng, 20, 20, 0.0, 0.0, 1.0, 0.0);
+    CKivMeshData m;
+    m.InputData(tris, true);
+    CKivMeshDataInspector in(m);
+    for (int round = 0; round < 4; ++round) {
+        std::vector<_sTri*> expect = in.Tris();
+        std::vector<_sTri*> victims;
+        std::bernoulli_distribution pick(0.3);
+        for (_sTri* t : expect) {
+            if (pick(rng)) {
+                victims.push_back(t);
+            }
+        }
+        std::shuffle(victims.begin(), victims.end(), rng);
+        for (_sTri* t : victims) {
+            expect.erase(std::find(expect.begin(), expect.end(), t));
+            in.DelTri(t);
+        }
+        // Public reads see the survivors even before compaction.
+        EXPECT_EQ(m.TriNum(), expect.size());
+        CKivPoint3d a, b, c;
+        ASSERT_TRUE(m.GetTriPts(m.TriNum() - 1, a, b, c));
+        EXPECT_EQ(c.x, expect.back()->pVt[2]->pt.x);
+        in.CompactTris();
+        EXPECT_EQ(in.Tris(), expect);
+        ExpectConsistent(m);
+        // New triangles go to the end, into the octree too.
+        std::vector<_sVertex*>& v = in.Verts();
+        in.AddTri(v[0], v[1], v[2]);
+        EXPECT_EQ(in.Tris().back()->pVt[1], v[1]);
+        EXPECT_EQ(in.Tris().back()->nPos, static_cast<int>(in.Tris().size()) - 1);
+    }
+    // Every tree entry is a live triangle, each exactly once.
+    std::vector<const CKivOctNode*> nodes;
+    in.Tree()->QueryBox(-DBL_MAX, -DBL_MAX, -DBL_MAX, DBL_MAX, DBL_MAX, DBL_MAX, nodes);
+    std::multiset<const _sTri*> inTree;
+    for (const CKivOctNode* n : nodes) {
+        inTree.insert(n->m_vecTri.begin(), n->m_vecTri.end());
+    }
+    EXPECT_EQ(inTree, std::multiset<const _sTri*>(in.Tris().begin(), in.Tris().end()));
+}
+
+namespace {
+
+bool BoxesMeet(const CKivOctBox& a, const CKivOctBox& b)
+{
+    return a.Overlaps(b);
+}
+
+// Walks the whole tree in the order the queries report nodes.
+void AllNodes(const CKivOctNode& n, int depth, std::vector<std::pair<const CKivOctNode*, int>>& out)
+{
+    out.emplace_back(&n, depth);
+    if (n.m_pChild) {
+        for (int i = 0; i < 8; ++i) {
+            AllNodes(n.m_pChild[i], depth + 1, out);
+        }
+    }
+}
+
+} // namespace
+
+TEST(OctTree, LayoutAndQueries)
+{
+    std::mt19937 rng(5);
+    std::vector<CKivTri3d> tris = RandomSoup(rng, 30, 25, 500000.0, 3000000.0, 4.0, 0.0);
+    CKivMeshData m;
+    m.InputData(tris, true);
+    CKivMeshDataInspector in(m);
+    const CKivOctTree* tree = in.Tree();
+    ASSERT_NE(tree, nullptr);
+    EXPECT_EQ(tree->MaxDepth(), 8);
+    EXPECT_DOUBLE_EQ(tree->Ratio(), 0.2);
+
+    // Root: the extent grown by 10 % of its size on each side.
+    const CKivPoint3d lo = m.GetMinLimit(), hi = m.GetMaxLimit();
+    const CKivOctBox& root = tree->Root()->m_box;
+    EXPECT_DOUBLE_EQ(root.dMin[0], lo.x - 0.1 * (hi.x - lo.x));
+    EXPECT_DOUBLE_EQ(root.dMax[2], hi.z + 0.1 * (hi.z - lo.z));
+
+    std::vector<std::pair<const CKivOctNode*, int>> all;
+    AllNodes(*tree->Root(), 0, all);
+    std::set<const _sTri*> stored;
+    for (const auto& nd : all) {
+        const CKivOctNode& n = *nd.first;
+        EXPECT_LE(nd.second, 8);
+        if (n.m_pChild) {
+            // Children: octants grown by 10 % of their size per side.
+            const double half = 0.5 * (n.m_box.dMax[0] - n.m_box.dMin[0]);
+            EXPECT_NEAR(n.m_pChild[1].m_box.dMin[0], n.m_box.dMin[0] + half - 0.1 * half, 1e-6 * half);
+            EXPECT_NEAR(n.m_pChild[0].m_box.dMax[0], n.m_box.dMin[0] + 1.1 * half, 1e-6 * half);
+        }
+        for (const _sTri* t : n.m_vecTri) {
+            EXPECT_TRUE(stored.insert(t).second);
+            const CKivOctBox b = CKivOctBox::OfTri(*t);
+            EXPECT_TRUE(n.m_box.Contains(b));
+            // Stored as deep as it goes: no child would take it.
+            if (n.m_pChild && nd.second < 8) {
+                for (int i = 0; i < 8; ++i) {
+                    EXPECT_FALSE(n.m_pChild[i].m_box.Contains(b));
+                }
+            }
+        }
+    }
+    EXPECT_EQ(stored.size(), tris.size());
+
+    std::uniform_real_distribution<double> ux(lo.x, hi.x), uy(lo.y, hi.y), us(0.0, 20.0);
+    std::vector<const CKivOctNode*> nodes;
+    for (int q = 0; q < 200; ++q) {
+        const double x = ux(rng), y = uy(rng), w = us(rng);
+        const bool column = q % 2 == 1;
+        CKivOctBox qb{{x, y, column ? root.dMin[2] : -2.0}, {x + w, y + w, column ? root.dMax[2] : 3.0}};
+        if (column) {
+            tree->QueryBox2D(x, y, x + w, y + w, nodes);
+        } else {
+            tree->QueryBox(x, y, -2.0, x + w, y + w, 3.0, nodes);
+        }
+        // Reported: exactly the storing nodes that meet the box and whose
+        // ancestors do, in depth-first order.
+        std::vector<const CKivOctNode*> expect;
+        std::vector<bool> reach(all.size());
+        std::vector<int> parentDepthOk(10, 1);
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            const int d = all[i].second;
+            const bool ok =
+                (d == 0 || parentDepthOk[static_cast<std::size_t>(d - 1)]) && BoxesMeet(all[i].first->m_box, qb);
+            parentDepthOk[static_cast<std::size_t>(d)] = ok;
+            if (ok && !all[i].first->m_vecTri.empty()) {
+                expect.push_back(all[i].first);
+            }
+        }
+        ASSERT_EQ(nodes, expect);
+        // Complete: every triangle whose box meets the query is a candidate.
+        std::set<const _sTri*> cand;
+        for (const CKivOctNode* n : nodes) {
+            cand.insert(n->m_vecTri.begin(), n->m_vecTri.end());
+        }
+        for (const _sTri* t : in.Tris()) {
+            if (CKivOctBox::OfTri(*t).Overlaps(qb)) {
+                ASSERT_EQ(cand.count(t), 1u);
+            }
+        }
+    }
+}
+
+TEST(OctTree, PairingQuery)
+{
+    std::mt19937 rng(11);
+    CKivMeshData a, b;
+    a.InputData(RandomSoup(rng, 20, 20, 0.0, 0.0, 1.0, 0.0), true);
+    b.InputData(RandomSoup(rng, 10, 10, 12.0, 7.0, 1.3, 0.0), true);
+    CKivMeshDataInspector ia(a), ib(b);
+    std::vector<_sTri*> got;
+    ia.Tree()->QueryPairs(*ib.Tree(), got);
+
+    std::vector<std::pair<const CKivOctNode*, int>> na, nb;
+    AllNodes(*ia.Tree()->Root(), 0, na);
+    AllNodes(*ib.Tree()->Root(), 0, nb);
+    std::vector<_sTri*> expect;
+    for (const auto& x : na) {
+        bool hit = false;
+        for (const auto& y : nb) {
+            hit = hit || (!y.first->m_vecTri.empty() && x.first->m_box.Overlaps(y.first->m_box));
+        }
+        if (hit) {
+            expect.insert(expect.end(), x.first->m_vecTri.begin(), x.first->m_vecTri.end());
+        }
+    }
+    std::sort(expect.begin(), expect.end(), std::less<_sTri*>());
+    EXPECT_EQ(got, expect);
+    EXPECT_FALSE(got.empty());
+    EXPECT_LT(got.size(), a.TriNum());
+    // Every triangle of a that really meets a triangle box of b is there.
+    for (_sTri* t : ia.Tris()) {
+        for (_sTri* u : ib.Tris()) {
+            if (CKivOctBox::OfTri(*t).Overlaps(CKivOctBox::OfTri(*u))) {
+                ASSERT_TRUE(std::binary_search(got.begin(), got.end(), t, std::less<_sTri*>()));
+                break;
+            }
+        }
+    }
+}

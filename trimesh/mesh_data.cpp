@@ -1,0 +1,403 @@
+#include <kivgeo/mesh_data.h>
+
+#include "trimesh/oct_tree.h"
+#include "trimesh/vertex_index.h"
+
+#include <algorithm>
+#include <cfloat>
+#include <limits>
+
+namespace TriMesh {
+
+namespace {
+
+constexpr std::size_t kNoDeadTri = std::numeric_limits<std::size_t>::max();
+
+// The store always builds its octree with these.
+constexpr int kOctDepth = 8;
+constexpr double kOctRatio = 0.2;
+
+} // namespace
+
+CKivMeshData::CKivMeshData()
+    : m_pOctTree(nullptr), m_ptMax(-DBL_MAX, -DBL_MAX, -DBL_MAX), m_ptMin(DBL_MAX, DBL_MAX, DBL_MAX),
+      m_pVertexIndex(new CKivVertexIndex), m_nDeadTri(0), m_nFirstDeadTri(kNoDeadTri)
+{
+}
+
+CKivMeshData::~CKivMeshData()
+{
+    ClearAllData();
+}
+
+unsigned int CKivMeshData::TriNum() const
+{
+    return static_cast<unsigned int>(m_vecTri.size() - m_nDeadTri);
+}
+
+bool CKivMeshData::GetTriPts(unsigned int i, CKivPoint3d& a, CKivPoint3d& b, CKivPoint3d& c) const
+{
+    if (i >= TriNum()) {
+        return false;
+    }
+    const _sTri* t = nullptr;
+    if (m_nDeadTri == 0 || i < m_nFirstDeadTri) {
+        t = m_vecTri[i];
+    } else {
+        // Null slots left by a friend that did not compact: count live ones.
+        std::size_t live = m_nFirstDeadTri;
+        for (std::size_t k = m_nFirstDeadTri; k < m_vecTri.size(); ++k) {
+            if (m_vecTri[k] && live++ == i) {
+                t = m_vecTri[k];
+                break;
+            }
+        }
+    }
+    a = t->pVt[0]->pt;
+    b = t->pVt[1]->pt;
+    c = t->pVt[2]->pt;
+    return true;
+}
+
+int CKivMeshData::GetVertexIndex(const CKivPoint3d& p) const
+{
+    return m_pVertexIndex->Find3D(m_vecVertex, p);
+}
+
+int CKivMeshData::GetVertexIndex2D(const CKivPoint3d& p) const
+{
+    return m_pVertexIndex->Find2D(m_vecVertex, p);
+}
+
+void CKivMeshData::ClearAllData()
+{
+    m_ptMax = CKivPoint3d(-DBL_MAX, -DBL_MAX, -DBL_MAX);
+    m_ptMin = CKivPoint3d(DBL_MAX, DBL_MAX, DBL_MAX);
+    for (_sVertex* v : m_vecVertex) {
+        delete v;
+    }
+    std::vector<_sVertex*>().swap(m_vecVertex);
+    m_pVertexIndex->Clear();
+    ClearTriData();
+}
+
+void CKivMeshData::ClearVoidVet()
+{
+    DelVoidVet();
+}
+
+void CKivMeshData::InputData(CKivTri3d* tris, int n, bool bClear)
+{
+    std::vector<CKivTri3d> v;
+    if (tris && n > 0) {
+        v.assign(tris, tris + n);
+    }
+    InputData(v, bClear);
+}
+
+void CKivMeshData::InputData(const std::vector<CKivTri3d>& tris, bool bClear)
+{
+    if (bClear) {
+        ClearAllData();
+    } else {
+        CompactTris();
+    }
+    const std::size_t n = tris.size();
+    if (n == 0) {
+        ResetOctTree();
+        return;
+    }
+
+    // Merge the corners: each one is looked up among all vertices so far,
+    // those made earlier in this call included.
+    std::vector<int> corner(3 * n);
+    for (std::size_t i = 0; i < n; ++i) {
+        for (int k = 0; k < 3; ++k) {
+            const CKivPoint3d& p = tris[i].m_pt[k];
+            int idx = GetVertexIndex(p);
+            if (idx < 0) {
+                _sVertex* v = NewVertex(p);
+                UpdateExtent(*v);
+                idx = v->nIndex;
+            }
+            corner[3 * i + k] = idx;
+        }
+    }
+
+    // Size every vertex list once, then attach the triangles in input order.
+    std::vector<std::uint32_t> extra(m_vecVertex.size(), 0);
+    for (int idx : corner) {
+        ++extra[static_cast<std::size_t>(idx)];
+    }
+    for (std::size_t j = 0; j < extra.size(); ++j) {
+        if (extra[j]) {
+            std::vector<_sTri*>& l = m_vecVertex[j]->vecTri;
+            l.reserve(l.size() + extra[j]);
+        }
+    }
+    m_vecTri.reserve(m_vecTri.size() + n);
+    for (std::size_t i = 0; i < n; ++i) {
+        _sTri* t = new _sTri;
+        t->nPos = static_cast<std::int32_t>(m_vecTri.size());
+        m_vecTri.push_back(t);
+        for (int k = 0; k < 3; ++k) {
+            _sVertex* v = m_vecVertex[static_cast<std::size_t>(corner[3 * i + k])];
+            t->pVt[k] = v;
+            v->vecTri.push_back(t);
+        }
+    }
+    ResetOctTree();
+}
+
+void CKivMeshData::OutputData(std::vector<CKivTri3d>& out) const
+{
+    out.clear();
+    out.reserve(TriNum());
+    for (const _sTri* t : m_vecTri) {
+        if (t) {
+            out.emplace_back(t->pVt[0]->pt, t->pVt[1]->pt, t->pVt[2]->pt);
+        }
+    }
+}
+
+void CKivMeshData::OutputPoints(std::vector<CKivPoint3d>& out) const
+{
+    out.clear();
+    out.reserve(m_vecVertex.size());
+    for (const _sVertex* v : m_vecVertex) {
+        out.push_back(v->pt);
+    }
+}
+
+bool CKivMeshData::Clone(CKivMeshData& dst) const
+{
+    if (m_vecVertex.empty() && TriNum() == 0) {
+        return false;
+    }
+    std::vector<CKivTri3d> tris;
+    OutputData(tris);
+    dst.InputData(tris, true);
+    return true;
+}
+
+void CKivMeshData::Simplify(const std::vector<CKivSeg3d>& segments, double tolerance)
+{
+    // Mesh simplification is not implemented yet: the mesh is left as it is
+    // and only the octree is rebuilt, as the simplification itself will do
+    // at its end.
+    (void)segments;
+    (void)tolerance;
+    ResetOctTree();
+}
+
+void CKivMeshData::UpdateExtent(const _sVertex& v)
+{
+    // Written as comparisons so that a NaN coordinate leaves the extent alone.
+    const double c[3] = {v.pt.x, v.pt.y, v.pt.z};
+    double* mx[3] = {&m_ptMax.x, &m_ptMax.y, &m_ptMax.z};
+    double* mn[3] = {&m_ptMin.x, &m_ptMin.y, &m_ptMin.z};
+    for (int k = 0; k < 3; ++k) {
+        if (c[k] > *mx[k]) {
+            *mx[k] = c[k];
+        }
+        if (c[k] < *mn[k]) {
+            *mn[k] = c[k];
+        }
+    }
+}
+
+int CKivMeshData::IndexDefaultPt(_sTri*& t, _sVertex*& a, _sVertex*& b) const
+{
+    if (!t) {
+        return -2;
+    }
+    if (!a || !b) {
+        return -3;
+    }
+    for (int k = 0; k < 3; ++k) {
+        if (t->pVt[k] != a && t->pVt[k] != b) {
+            return k;
+        }
+    }
+    return -1;
+}
+
+_sTri* CKivMeshData::FindTriCoEdge(const _sVertex* a, const _sVertex* b, const _sTri* exclude) const
+{
+    if (!a || !b) {
+        return nullptr;
+    }
+    for (auto ia = a->vecTri.rbegin(); ia != a->vecTri.rend(); ++ia) {
+        _sTri* t = *ia;
+        if (!t || t == exclude) {
+            continue;
+        }
+        for (auto ib = b->vecTri.rbegin(); ib != b->vecTri.rend(); ++ib) {
+            if (*ib == t) {
+                return t;
+            }
+        }
+    }
+    return nullptr;
+}
+
+void CKivMeshData::ResetOctTree()
+{
+    CompactTris();
+    delete m_pOctTree;
+    m_pOctTree = nullptr;
+    if (m_vecTri.empty()) {
+        return;
+    }
+    m_pOctTree = new CKivOctTree;
+    m_pOctTree->Create(m_ptMin, m_ptMax, kOctDepth, kOctRatio);
+    for (_sTri* t : m_vecTri) {
+        m_pOctTree->Insert(t, CKivOctBox::OfTri(*t));
+    }
+}
+
+void CKivMeshData::AddTri(_sVertex* a, _sVertex* b, _sVertex* c)
+{
+    _sTri* t = new _sTri;
+    t->pVt[0] = a;
+    t->pVt[1] = b;
+    t->pVt[2] = c;
+    t->nPos = static_cast<std::int32_t>(m_vecTri.size());
+    m_vecTri.push_back(t);
+    a->vecTri.push_back(t);
+    b->vecTri.push_back(t);
+    c->vecTri.push_back(t);
+    if (m_pOctTree) {
+        m_pOctTree->Insert(t, CKivOctBox::OfTri(*t));
+    }
+}
+
+void CKivMeshData::DelTri(_sTri* t)
+{
+    if (!t) {
+        return;
+    }
+    if (m_pOctTree) {
+        m_pOctTree->Remove(t, CKivOctBox::OfTri(*t));
+    }
+    for (int k = 0; k < 3; ++k) {
+        if (!t->pVt[k]) {
+            continue;
+        }
+        std::vector<_sTri*>& l = t->pVt[k]->vecTri;
+        for (std::size_t j = l.size(); j-- > 0;) {
+            if (l[j] == t) {
+                l.erase(l.begin() + static_cast<std::ptrdiff_t>(j));
+                break;
+            }
+        }
+    }
+    // The slot is known from nPos; the backward scan is only a fallback for a
+    // triangle whose slot was not recorded.
+    std::size_t pos = static_cast<std::size_t>(t->nPos);
+    if (t->nPos < 0 || pos >= m_vecTri.size() || m_vecTri[pos] != t) {
+        pos = kNoDeadTri;
+        for (std::size_t j = m_vecTri.size(); j-- > 0;) {
+            if (m_vecTri[j] == t) {
+                pos = j;
+                break;
+            }
+        }
+        if (pos == kNoDeadTri) {
+            return;
+        }
+    }
+    delete t;
+    m_vecTri[pos] = nullptr;
+    ++m_nDeadTri;
+    m_nFirstDeadTri = std::min(m_nFirstDeadTri, pos);
+}
+
+void CKivMeshData::DelTriFromVec(std::vector<_sTri*>& v, const _sTri* t)
+{
+    const auto it = std::find(v.begin(), v.end(), t);
+    if (it != v.end()) {
+        v.erase(it);
+    }
+}
+
+void CKivMeshData::DelVoidVet(const _sVertex* v)
+{
+    for (std::size_t j = m_vecVertex.size(); j-- > 0;) {
+        if (m_vecVertex[j] == v) {
+            delete m_vecVertex[j];
+            m_vecVertex.erase(m_vecVertex.begin() + static_cast<std::ptrdiff_t>(j));
+            m_pVertexIndex->Invalidate();
+            return;
+        }
+    }
+}
+
+void CKivMeshData::DelVoidVet()
+{
+    // One stable pass instead of an erase per vertex; same survivors, same order.
+    std::size_t w = 0;
+    for (std::size_t r = 0; r < m_vecVertex.size(); ++r) {
+        _sVertex* v = m_vecVertex[r];
+        if (v->vecTri.empty()) {
+            delete v;
+        } else {
+            m_vecVertex[w++] = v;
+        }
+    }
+    if (w != m_vecVertex.size()) {
+        m_vecVertex.resize(w);
+        m_pVertexIndex->Invalidate();
+    }
+}
+
+void CKivMeshData::ClearTriData()
+{
+    for (_sTri* t : m_vecTri) {
+        delete t;
+    }
+    std::vector<_sTri*>().swap(m_vecTri);
+    m_nDeadTri = 0;
+    m_nFirstDeadTri = kNoDeadTri;
+    delete m_pOctTree;
+    m_pOctTree = nullptr;
+}
+
+_sVertex* CKivMeshData::NewVertex(const CKivPoint3d& p)
+{
+    _sVertex* v = new _sVertex;
+    v->pt = p;
+    v->nIndex = static_cast<int>(m_vecVertex.size());
+    try {
+        m_vecVertex.push_back(v);
+    } catch (...) {
+        delete v;
+        throw;
+    }
+    return v;
+}
+
+void CKivMeshData::InvalidateVertexIndex()
+{
+    m_pVertexIndex->Invalidate();
+}
+
+void CKivMeshData::CompactTris()
+{
+    if (m_nDeadTri == 0) {
+        return;
+    }
+    std::size_t w = m_nFirstDeadTri;
+    for (std::size_t r = m_nFirstDeadTri; r < m_vecTri.size(); ++r) {
+        _sTri* t = m_vecTri[r];
+        if (t) {
+            t->nPos = static_cast<std::int32_t>(w);
+            m_vecTri[w++] = t;
+        }
+    }
+    m_vecTri.resize(w);
+    m_nDeadTri = 0;
+    m_nFirstDeadTri = kNoDeadTri;
+}
+
+} // namespace TriMesh
