@@ -4,6 +4,8 @@
 
 #include <kivgeo/export.h>
 #include <kivgeo/extent.h>
+#include <kivgeo/geo_convex.h>
+#include <kivgeo/match_chazhi.h>
 #include <kivgeo/mesh_data.h>
 #include <kivgeo/planar.h>
 #include <kivgeo/point3d.h>
