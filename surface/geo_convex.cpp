@@ -15,7 +15,10 @@ inline bool IsClockwise(const CKivPoint3d& o, const CKivPoint3d& a, const CKivPo
     return cross < 0.0;
 }
 
-inline bool IsBelow(const CKivPoint3d& a, const CKivPoint3d& b) { return a.y < b.y || (a.y == b.y && a.x < b.x); }
+inline bool IsBelow(const CKivPoint3d& a, const CKivPoint3d& b)
+{
+    return a.y < b.y || (a.y == b.y && a.x < b.x);
+}
 
 // The sort order: y, then x, then z, so that points at the same plan position
 // with equal heights end up next to each other and merge. A NaN z sorts after
@@ -31,12 +34,28 @@ inline bool SortsBefore(const CKivPoint3d& a, const CKivPoint3d& b)
     return a.z < b.z || (!std::isnan(a.z) && std::isnan(b.z));
 }
 
+// Insertion sort, stable; for short runs that are nearly in order.
+void InsertionSort(CKivPoint3d* first, CKivPoint3d* last)
+{
+    for (CKivPoint3d* i = first + 1; i < last; ++i) {
+        const CKivPoint3d v = *i;
+        CKivPoint3d* j = i;
+        for (; j > first && SortsBefore(v, *(j - 1)); --j) {
+            *j = *(j - 1);
+        }
+        *j = v;
+    }
+}
+
 // Copies the points with a finite x and y into out, in sort order.
 //
-// Bucket sort on y: a bucket index that never decreases as y grows splits the
-// points into short runs, each then sorted by the full order. On spread-out
-// data this is several times faster than a comparison sort of the whole set;
-// heavily clustered data falls back to a stable sort of the large runs.
+// Bucket sort on y: a bucket index that never decreases as y grows (about two
+// points per bucket on evenly spread data) orders the points up to short runs,
+// which are then sorted by the full order. The index is split in two digits:
+// the first pass scatters into a few hundred buckets, so that every write
+// stream stays in cache, and the second orders each of those buckets within
+// cache. Heavily clustered data ends up in long runs and falls back to a
+// stable comparison sort.
 void SortPlanPoints(const std::vector<CKivPoint3d>& in, std::vector<CKivPoint3d>& out)
 {
     std::size_t count = 0;
@@ -57,6 +76,8 @@ void SortPlanPoints(const std::vector<CKivPoint3d>& in, std::vector<CKivPoint3d>
         return;
     }
 
+    constexpr std::size_t kLowBits = 10;
+    constexpr std::size_t kLow = std::size_t(1) << kLowBits;
     // Halved so that the span of any two finite values stays finite.
     const double lo = ymin * 0.5;
     std::size_t buckets = count / 2 + 1;
@@ -72,40 +93,64 @@ void SortPlanPoints(const std::vector<CKivPoint3d>& in, std::vector<CKivPoint3d>
         return static_cast<std::size_t>(t < top ? t : top);
     };
 
-    std::vector<std::size_t> start(buckets + 1, 0);
+    // First digit: scatter the input into out.
+    const std::size_t high = ((buckets - 1) >> kLowBits) + 1;
+    std::vector<std::size_t> start(high + 1, 0);
     for (const CKivPoint3d& p : in) {
         if (std::isfinite(p.x) && std::isfinite(p.y)) {
-            ++start[bucket(p.y) + 1];
+            ++start[(bucket(p.y) >> kLowBits) + 1];
         }
     }
-    for (std::size_t b = 0; b < buckets; ++b) {
+    std::size_t largest = 0;
+    for (std::size_t b = 0; b < high; ++b) {
+        largest = std::max(largest, start[b + 1]);
         start[b + 1] += start[b];
     }
     {
         std::vector<std::size_t> fill(start.begin(), start.end() - 1);
         for (const CKivPoint3d& p : in) {
             if (std::isfinite(p.x) && std::isfinite(p.y)) {
-                out[fill[bucket(p.y)]++] = p;
+                out[fill[bucket(p.y) >> kLowBits]++] = p;
             }
         }
     }
 
-    CKivPoint3d* data = out.data();
-    for (std::size_t b = 0; b < buckets; ++b) {
-        CKivPoint3d* first = data + start[b];
-        CKivPoint3d* last = data + start[b + 1];
-        if (last - first > 32) {
-            std::stable_sort(first, last, SortsBefore);
+    // Second digit within each first-digit bucket, through a scratch buffer.
+    std::vector<CKivPoint3d> scratch(largest);
+    std::size_t sub[kLow + 1];
+    for (std::size_t b = 0; b < high; ++b) {
+        CKivPoint3d* first = out.data() + start[b];
+        const std::size_t n = start[b + 1] - start[b];
+        if (n <= 16) {
+            InsertionSort(first, first + n);
             continue;
         }
-        // Short runs: insertion sort, stable like the scatter above.
-        for (CKivPoint3d* i = first + 1; i < last; ++i) {
-            const CKivPoint3d v = *i;
-            CKivPoint3d* j = i;
-            for (; j > first && SortsBefore(v, *(j - 1)); --j) {
-                *j = *(j - 1);
+        {
+            std::fill(sub, sub + kLow + 1, 0);
+            for (std::size_t i = 0; i < n; ++i) {
+                ++sub[(bucket(first[i].y) & (kLow - 1)) + 1];
             }
-            *j = v;
+            for (std::size_t d = 0; d < kLow; ++d) {
+                sub[d + 1] += sub[d];
+            }
+            for (std::size_t i = 0; i < n; ++i) {
+                scratch[sub[bucket(first[i].y) & (kLow - 1)]++] = first[i];
+            }
+            std::copy(scratch.begin(), scratch.begin() + static_cast<std::ptrdiff_t>(n), first);
+        }
+        // Runs of one bucket index are short unless the data are clustered.
+        for (std::size_t i = 0; i < n;) {
+            const std::size_t key = bucket(first[i].y);
+            std::size_t j = i + 1;
+            while (j < n && bucket(first[j].y) == key) {
+                ++j;
+            }
+            if (j - i > 32) {
+                std::stable_sort(first + i, first + j, SortsBefore);
+            } else {
+                InsertionSort(first + i, first + j);
+            }
+            i = j;
         }
     }
 }
@@ -139,7 +184,10 @@ int CKivGeoConvex::Multi(const CKivPoint3d& o, const CKivPoint3d& a, const CKivP
     return IsClockwise(o, a, b) ? 1 : 0;
 }
 
-bool CKivGeoConvex::ComparePt(const CKivPoint3d& a, const CKivPoint3d& b) { return IsBelow(a, b); }
+bool CKivGeoConvex::ComparePt(const CKivPoint3d& a, const CKivPoint3d& b)
+{
+    return IsBelow(a, b);
+}
 
 int CKivGeoConvex::Convex(const std::vector<CKivPoint3d>& vecPt, std::vector<CKivPoint3d>& vecHull)
 {

@@ -8,7 +8,10 @@ namespace {
 
 // Spline kernel. The 0.001 keeps the logarithm finite at r^2 = 0 and is part
 // of the interpolant: the system and the evaluation both use it.
-inline double SplineKernel(double r2) { return r2 * std::log(r2 + 0.001); }
+inline double SplineKernel(double r2)
+{
+    return r2 * std::log(r2 + 0.001);
+}
 
 inline double PlanDist2(const CKivPoint3d& a, double x, double y)
 {
@@ -20,7 +23,10 @@ inline double PlanDist2(const CKivPoint3d& a, double x, double y)
 
 CKivMatchChaZhi::CKivMatchChaZhi() : m_eType(eSpline), m_dEps(1e-6) {}
 
-CKivMatchChaZhi::~CKivMatchChaZhi() { ClearMatrix(); }
+CKivMatchChaZhi::~CKivMatchChaZhi()
+{
+    ClearMatrix();
+}
 
 void CKivMatchChaZhi::SetBase(InterPolationType eType, const std::vector<CKivPoint3d>& vecPt)
 {
@@ -203,4 +209,7 @@ int CKivMatchChaZhi::HSLUSystem(long nSize, std::vector<double>& vecMatrix, std:
     return 0;
 }
 
-void CKivMatchChaZhi::ClearMatrix() { m_vecCoef.clear(); }
+void CKivMatchChaZhi::ClearMatrix()
+{
+    m_vecCoef.clear();
+}
