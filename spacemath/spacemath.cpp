@@ -599,6 +599,9 @@ int CKivSpaceMath::IsPtInTri3D(const CKivPoint3d& A, const CKivPoint3d& B, const
     if (P == A || P == B || P == C) {
         return -4;
     }
+    if (std::isnan(P.x) || std::isnan(P.y) || std::isnan(P.z)) {
+        return 4; // nowhere, so off the plane
+    }
     CGeoVector n;
     CKivPoint3d Q;
     if (!PlaneFromPoints(A, B, C, n, Q) || PointToPlane(P, Q, n) != 0) {

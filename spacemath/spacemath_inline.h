@@ -193,7 +193,17 @@ inline int Test_Insertsect_Seg_And_Seg_SamePL_3D(const CKivPoint3d& A, const CKi
         return 0;
     }
     const double ex = std::fabs(A.x - B.x), ey = std::fabs(A.y - B.y), ez = std::fabs(A.z - B.z);
-    const int axis = (ex > ey && ex > ez) ? 0 : ((ey > ex && ey > ez) ? 1 : 2);
+    int axis = (ex > ey && ex > ez) ? 0 : ((ey > ex && ey > ez) ? 1 : 2);
+    // On a tie the rule above falls to z even when AB does not move along z
+    // (a cut at 45 degrees in a horizontal plane), and a point-like AB moves
+    // along nothing. Sorting by a constant coordinate would pick arbitrary
+    // ends, so then the longest extent of the longer segment decides.
+    if ((axis == 2 ? ez : (axis == 1 ? ey : ex)) < kEps) {
+        const double fx = std::fabs(C.x - D.x), fy = std::fabs(C.y - D.y), fz = std::fabs(C.z - D.z);
+        const bool useCD = fx * fx + fy * fy + fz * fz > ex * ex + ey * ey + ez * ez;
+        const double gx = useCD ? fx : ex, gy = useCD ? fy : ey, gz = useCD ? fz : ez;
+        axis = (gx >= gy && gx >= gz) ? 0 : (gy >= gz ? 1 : 2);
+    }
     const auto key = [axis](const CKivPoint3d& p) { return axis == 0 ? p.x : (axis == 1 ? p.y : p.z); };
     // Stable insertion sort of the four ends: ties keep the order A, B, C, D.
     const CKivPoint3d* pts[4] = {&A, &B, &C, &D};

@@ -111,14 +111,22 @@ public:
                                                const CKivPoint3d& Q, const CGeoVector& n, CKivPoint3d& S0,
                                                CKivPoint3d& S1);
     // Overlap of two segments known to lie on one line, in ascending order of
-    // the axis along which AB runs mostly: 1 one point I0, 2 I0 -> I1, 0 apart.
+    // the axis along which AB runs mostly (the axis of the strictly largest
+    // component of A - B, else z); 1 one point I0, 2 I0 -> I1, 0 apart. The
+    // axis boxes must overlap with a 1e-6 slack. When AB spans less than 1e-6
+    // on that axis (a tie, or a point-like AB), the largest component of the
+    // longer of AB and CD decides instead (x, then y, on ties).
     static int Test_Insertsect_Seg_And_Seg_SamePL_3D(const CKivPoint3d& A, const CKivPoint3d& B,
                                                      const CKivPoint3d& C, const CKivPoint3d& D, CKivPoint3d& I0,
                                                      CKivPoint3d& I1);
-    // -1 a triangle with an edge shorter than 1e-6; 0 none; 1 coplanar (not
-    // intersected further), or one triangle within 1e-6 of the other's plane;
-    // 2 the common piece I0 -> I1 (I1 = I0 for a single point), ascending
-    // along the axis on which the first triangle's cut runs mostly.
+    // Triangle A against triangle B. -1: an edge from a first corner is
+    // shorter than 1e-6. 0: no contact, or the planes count as parallel (their
+    // raw normals, the unnormalized edge cross products, cross to less than
+    // 1e-6 in the sum of the components: triangles with edges well below 1e-2
+    // always do) without being exactly coincident. 1: coplanar, not
+    // intersected further; also when one triangle lies within 1e-6 of the
+    // other's plane. 2: the common piece I0 -> I1 (I1 = I0 for a single
+    // point), ascending along the axis on which A's cut runs mostly.
     static int Test_Intersect_Tri_And_Tri_3D(const CKivPoint3d& A0, const CKivPoint3d& A1, const CKivPoint3d& A2,
                                              const CKivPoint3d& B0, const CKivPoint3d& B1, const CKivPoint3d& B2,
                                              CKivPoint3d& I0, CKivPoint3d& I1);
@@ -143,7 +151,8 @@ public:
                                                    const CKivPoint3d& V2, CKivPoint3d& I);
     // Where P lies against triangle ABC in space: 4 off the plane (beyond
     // 1e-6) or degenerate triangle; 0 inside; 1, 2, 3 outside beyond AB, BC,
-    // CA; -1, -2, -3 on that open edge; -4 at a corner (point equality). A
+    // CA; -1, -2, -3 on that open edge; -4 at a corner (point equality); 4
+    // also for a P with a NaN coordinate. A
     // point lies on an open edge when the unit directions from the edge's two
     // ends to it equal the edge's unit direction and its reverse (vector
     // equality, 1e-6 per component, i.e. about 1e-6 radians). With two or
