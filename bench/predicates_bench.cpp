@@ -79,7 +79,7 @@ std::vector<CKivPoint3d> TrianglePairs(bool allCut)
     return p;
 }
 
-void BM_TriTri_Exported(benchmark::State& state)
+template <bool Inline> void BM_TriTri(benchmark::State& state)
 {
     const std::vector<CKivPoint3d> p = TrianglePairs(state.range(0) != 0);
     CKivPoint3d i0, i1;
@@ -87,25 +87,13 @@ void BM_TriTri_Exported(benchmark::State& state)
     for (auto _ : state) {
         const CKivPoint3d* t = &p[6 * i];
         benchmark::DoNotOptimize(
-            CKivSpaceMath::Test_Intersect_Tri_And_Tri_3D(t[0], t[1], t[2], t[3], t[4], t[5], i0, i1));
+            Inline ? SpaceMathInline::Test_Intersect_Tri_And_Tri_3D(t[0], t[1], t[2], t[3], t[4], t[5], i0, i1)
+                   : CKivSpaceMath::Test_Intersect_Tri_And_Tri_3D(t[0], t[1], t[2], t[3], t[4], t[5], i0, i1));
         i = (i + 1) % kCases;
     }
 }
-BENCHMARK(BM_TriTri_Exported)->Arg(0)->Arg(1);
-
-void BM_TriTri_Inline(benchmark::State& state)
-{
-    const std::vector<CKivPoint3d> p = TrianglePairs(state.range(0) != 0);
-    CKivPoint3d i0, i1;
-    size_t i = 0;
-    for (auto _ : state) {
-        const CKivPoint3d* t = &p[6 * i];
-        benchmark::DoNotOptimize(
-            SpaceMathInline::Test_Intersect_Tri_And_Tri_3D(t[0], t[1], t[2], t[3], t[4], t[5], i0, i1));
-        i = (i + 1) % kCases;
-    }
-}
-BENCHMARK(BM_TriTri_Inline)->Arg(0)->Arg(1);
+BENCHMARK_TEMPLATE(BM_TriTri, false)->Name("BM_TriTri_Exported")->Arg(0)->Arg(1);
+BENCHMARK_TEMPLATE(BM_TriTri, true)->Name("BM_TriTri_Inline")->Arg(0)->Arg(1);
 
 // Rays from random points towards random targets near the triangle's
 // centroid: roughly half of them hit.
@@ -120,32 +108,21 @@ std::vector<CKivPoint3d> RayCases()
     return p;
 }
 
-void BM_RayTri_Exported(benchmark::State& state)
+template <bool Inline> void BM_RayTri(benchmark::State& state)
 {
     const std::vector<CKivPoint3d> p = RayCases();
     CKivPoint3d hit;
     size_t i = 0;
     for (auto _ : state) {
         const CKivPoint3d* t = &p[5 * i];
+        const CGeoVector dir(t[1] - t[0]);
         benchmark::DoNotOptimize(
-            CKivSpaceMath::Test_Intersect_Ray_And_Triangle_3D(t[0], t[1], t[2], t[3], t[4], hit));
+            Inline ? SpaceMathInline::Test_Intersect_Ray_And_Triangle_3D(t[0], dir, t[2], t[3], t[4], hit)
+                   : CKivSpaceMath::Test_Intersect_Ray_And_Triangle_3D(t[0], dir, t[2], t[3], t[4], hit));
         i = (i + 1) % kCases;
     }
 }
-BENCHMARK(BM_RayTri_Exported);
-
-void BM_RayTri_Inline(benchmark::State& state)
-{
-    const std::vector<CKivPoint3d> p = RayCases();
-    CKivPoint3d hit;
-    size_t i = 0;
-    for (auto _ : state) {
-        const CKivPoint3d* t = &p[5 * i];
-        benchmark::DoNotOptimize(SpaceMathInline::Test_Intersect_Ray_And_Triangle_3D(t[0], CGeoVector(t[1] - t[0]),
-                                                                                     t[2], t[3], t[4], hit));
-        i = (i + 1) % kCases;
-    }
-}
-BENCHMARK(BM_RayTri_Inline);
+BENCHMARK_TEMPLATE(BM_RayTri, false)->Name("BM_RayTri_Exported");
+BENCHMARK_TEMPLATE(BM_RayTri, true)->Name("BM_RayTri_Inline");
 
 } // namespace
