@@ -57,6 +57,23 @@ std::vector<CKivSeg3d> Chains(int nChains, int len)
     return segs;
 }
 
+// n segments from one common point (a fan), every one stored twice: the
+// crowded end-point cells that branching surfaces produce.
+std::vector<CKivSeg3d> Fan(int n)
+{
+    std::mt19937 rng(3);
+    std::vector<CKivSeg3d> segs;
+    const CKivPoint3d centre(100.0, 200.0, 0.0);
+    for (int i = 0; i < n; ++i) {
+        const double a = 6.283185307179586 * i / n;
+        const CKivSeg3d s(centre, centre + CKivPoint3d(std::cos(a), std::sin(a), 0.0) * 10.0);
+        segs.push_back(s);
+        segs.push_back(s);
+    }
+    Scramble(segs, rng);
+    return segs;
+}
+
 void Run(benchmark::State& state, const std::vector<CKivSeg3d>& input)
 {
     size_t nLines = 0;
@@ -84,5 +101,11 @@ void BM_LinkSegSeparateChains(benchmark::State& state)
     Run(state, Chains(static_cast<int>(state.range(0)), static_cast<int>(state.range(1))));
 }
 BENCHMARK(BM_LinkSegSeparateChains)->Args({1000, 100})->Unit(benchmark::kMillisecond);
+
+void BM_LinkSegCrowdedFan(benchmark::State& state)
+{
+    Run(state, Fan(static_cast<int>(state.range(0))));
+}
+BENCHMARK(BM_LinkSegCrowdedFan)->Arg(50000)->Unit(benchmark::kMillisecond);
 
 } // namespace

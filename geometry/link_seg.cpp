@@ -4,12 +4,17 @@
 // lowest-index remaining segment (or open piece) that touches its head or its
 // tail, testing head before tail and the stored start before the stored end.
 // Rescanning the whole bag after every attachment is quadratic, so the end
-// points are kept in a hash grid instead. A cell is at least as wide as the
-// matching distance, so every match of a query point lies in the few cells
-// its tolerance box overlaps; the candidates there are tested with the exact
+// points are kept in a hash grid instead. A cell is wider than the matching
+// distance, so every match of a query point lies in the few cells its
+// tolerance box overlaps; the candidates there are tested with the exact
 // rule. Each cell lists its end points in ascending item order, so the first
 // live match in a cell is that cell's lowest index, and the minimum over the
 // cells is exactly the segment the plain scan would pick.
+//
+// Cells are small (a fraction of a millimetre in the first pass): in
+// practice a cell then holds the copies of a single point, all of which
+// match, and a point shared by thousands of segments costs no more than one
+// shared by two.
 #include <kivgeo/polyline.h>
 #include <kivgeo/seg3d.h>
 
@@ -29,14 +34,22 @@ constexpr double kJoinDist = 0.0001;
 // End points 2k and 2k+1 belong to item k (a segment, or an open piece).
 class CKivEndIndex {
 public:
-    // reach bounds the coordinate difference of any two matching points.
-    // Cells are about the typical segment length, so that one holds a handful
-    // of end points, and never narrower than four reaches, so that a query
-    // box mostly falls in a single cell.
-    CKivEndIndex(const std::vector<CKivPoint3d>& ends, double reach, double typical)
+    // reach bounds the coordinate difference of any two matching points, and
+    // cells are `width` reaches wide: the wider, the more often a query box
+    // falls in a single cell. Far from the origin cells grow so that cell
+    // coordinates stay well inside 64 bits.
+    CKivEndIndex(const std::vector<CKivPoint3d>& ends, double reach, double width)
         : m_ends(ends), m_reach(reach), m_live(ends.size() / 2, 1), m_cellOf(ends.size(), kNone)
     {
-        m_inv = 1.0 / std::max(typical, 4.0 * reach);
+        double maxAbs = 0.0;
+        for (const CKivPoint3d& p : ends) {
+            for (double c : {p.x, p.y, p.z}) {
+                if (std::isfinite(c)) {
+                    maxAbs = std::max(maxAbs, std::fabs(c));
+                }
+            }
+        }
+        m_inv = 1.0 / std::max(width * reach, maxAbs * 0x1p-50);
         // Open addressing, at most half full even if every end point has a
         // cell of its own.
         size_t cap = 16;
@@ -86,14 +99,22 @@ public:
     {
         m_live[item] = 0;
         for (uint32_t e = 2 * item; e < 2 * item + 2; ++e) {
-            const uint32_t c = m_cellOf[e];
-            if (c == kNone) {
+            if (m_cellOf[e] != kNone) {
+                ++m_cell[m_cellOf[e]].dead;
+            }
+        }
+        for (uint32_t e = 2 * item; e < 2 * item + 2; ++e) {
+            if (m_cellOf[e] == kNone) {
                 continue;
             }
-            // Squeeze a cell once half of it is dead, keeping the order; this
-            // keeps crowded cells (many segments at one point) cheap to scan.
-            Cell& cell = m_cell[c];
-            if (2 * ++cell.dead > cell.size) {
+            Cell& cell = m_cell[m_cellOf[e]];
+            // The lowest items tend to go first: drop dead entries off the
+            // front at once. Squeeze the cell, keeping the order, once half of
+            // the rest is dead.
+            while (cell.size > 0 && m_live[m_entries[cell.start] / 2] == 0) {
+                ++cell.start, --cell.size, --cell.dead;
+            }
+            if (2 * cell.dead > cell.size) {
                 uint32_t* first = &m_entries[cell.start];
                 uint32_t* last =
                     std::remove_if(first, first + cell.size, [this](uint32_t x) { return m_live[x / 2] == 0; });
@@ -246,27 +267,9 @@ private:
     std::vector<CKivPoint3d> m_front, m_back;
 };
 
-// Median length of (a sample of) the segments.
-double TypicalLength(const std::vector<CKivSeg3d>& segs)
-{
-    const size_t step = std::max<size_t>(1, segs.size() / 1024);
-    std::vector<double> len;
-    for (size_t k = 0; k < segs.size(); k += step) {
-        const double d = segs[k].m_pt[0].Distance(segs[k].m_pt[1]);
-        if (std::isfinite(d)) {
-            len.push_back(d);
-        }
-    }
-    if (len.empty()) {
-        return 0.0;
-    }
-    std::nth_element(len.begin(), len.begin() + len.size() / 2, len.end());
-    return len[len.size() / 2];
-}
-
 // First pass: chains of segments whose end points are equal. Closed chains go
 // to lines, open ones to pieces, both in the order they are finished.
-void ChainEqualEnds(const std::vector<CKivSeg3d>& segs, double typical, std::vector<CKivPolyLine>& lines,
+void ChainEqualEnds(const std::vector<CKivSeg3d>& segs, std::vector<CKivPolyLine>& lines,
                     std::vector<std::vector<CKivPoint3d>>& pieces)
 {
     const uint32_t n = static_cast<uint32_t>(segs.size());
@@ -275,8 +278,9 @@ void ChainEqualEnds(const std::vector<CKivSeg3d>& segs, double typical, std::vec
         ends[2 * k] = segs[k].m_pt[0];
         ends[2 * k + 1] = segs[k].m_pt[1];
     }
-    // Point equality never lets a coordinate differ by 1e-6 or more.
-    CKivEndIndex index(ends, 2e-6, typical);
+    // Point equality never lets a coordinate differ by 1e-6 or more. Cells of
+    // 0.000256 rarely hold two distinct points.
+    CKivEndIndex index(ends, 2e-6, 128.0);
     auto equal = [](const CKivPoint3d& q, const CKivPoint3d& p) {
         // Cheap rejection first: a coordinate 1e-6 or more apart (or NaN) is
         // never equal; the point equality has the last word.
@@ -326,8 +330,7 @@ void ChainEqualEnds(const std::vector<CKivSeg3d>& segs, double typical, std::vec
 
 // Second pass: open pieces whose ends lie within kJoinDist are joined. At
 // each join the current chain keeps its own end point.
-void JoinNearEnds(const std::vector<std::vector<CKivPoint3d>>& pieces, double typical,
-                  std::vector<CKivPolyLine>& lines)
+void JoinNearEnds(const std::vector<std::vector<CKivPoint3d>>& pieces, std::vector<CKivPolyLine>& lines)
 {
     const uint32_t m = static_cast<uint32_t>(pieces.size());
     std::vector<CKivPoint3d> ends(2 * static_cast<size_t>(m));
@@ -337,7 +340,7 @@ void JoinNearEnds(const std::vector<std::vector<CKivPoint3d>>& pieces, double ty
     }
     // Each coordinate difference is at most the distance; the factor 2 covers
     // the rounding of the distance itself.
-    CKivEndIndex index(ends, 2.0 * kJoinDist, typical);
+    CKivEndIndex index(ends, 2.0 * kJoinDist, 16.0);
     auto isNear = [](const CKivPoint3d& q, const CKivPoint3d& p) { return q.Distance(p) < kJoinDist; };
 
     CKivChain chain;
@@ -392,10 +395,9 @@ bool CKivSeg3d::LinkSeg(std::vector<CKivSeg3d>& segs, std::vector<CKivPolyLine>&
     if (segs.size() < 2) {
         return false;
     }
-    const double typical = TypicalLength(segs);
     std::vector<std::vector<CKivPoint3d>> pieces;
-    ChainEqualEnds(segs, typical, lines, pieces);
+    ChainEqualEnds(segs, lines, pieces);
     segs.clear();
-    JoinNearEnds(pieces, typical, lines);
+    JoinNearEnds(pieces, lines);
     return true;
 }

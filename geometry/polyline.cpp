@@ -385,7 +385,7 @@ bool CKivPolyLine::GetPtsInPtA_PtB(const CKivPoint3d& a, const CKivPoint3d& b, c
 bool CKivPolyLine::Sample2D(double tol, CKivPolyLine& out, bool bByDist) const
 {
     const size_t n = m_vVertex.size();
-    if (!(tol >= 0.0) || n < 3) {
+    if (tol < 0.0 || n < 3) {
         return false;
     }
     // Each rule only ever looks at the last kept vertex and the vertices not
@@ -557,19 +557,24 @@ bool CKivPolyLine::GetOffset2D(double taperLen, double dist, CKivPolyLine& out, 
     }
     // Distances rise linearly with arc length from 0 at the start and fall to
     // 0 at the end.
+    // arc[i] is GetLength(i), summed once in the same order.
+    std::vector<double> arc(n, 0.0);
+    for (unsigned i = 1; i < n; ++i) {
+        arc[i] = arc[i - 1] + w.m_vVertex[i - 1].Distance(w.m_vVertex[i]);
+    }
     std::vector<double> dists(n, dist);
     if (bTaperStart && k1 > 0) {
-        const double span = w.GetLength(k1 - 1);
+        const double span = arc[k1 - 1];
         for (unsigned i = 0; i < k1; ++i) {
-            dists[i] = span > 0.0 ? dist * w.GetLength(i) / span : dist;
+            dists[i] = span > 0.0 ? dist * arc[i] / span : dist;
         }
     }
     if (bTaperEnd && k2 > 0) {
         const unsigned m = n - k2;
         const double total = w.GetLength();
-        const double span = total - w.GetLength(m);
+        const double span = total - arc[m];
         for (unsigned i = m; i < n; ++i) {
-            dists[i] = span > 0.0 ? dist * (total - w.GetLength(i)) / span : dist;
+            dists[i] = span > 0.0 ? dist * (total - arc[i]) / span : dist;
         }
     }
     w.GetTrimmedOffset(bLeft, dists, out);
@@ -579,7 +584,7 @@ bool CKivPolyLine::GetOffset2D(double taperLen, double dist, CKivPolyLine& out, 
 unsigned CKivPolyLine::PtNumInLen(double len, bool bFromStart) const
 {
     const unsigned n = NumVerts();
-    if (!(len > 0.0) || n == 0) {
+    if (len <= 0.0 || n == 0) {
         return 0;
     }
     if (GetLength() <= len) {
