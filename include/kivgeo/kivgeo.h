@@ -2,6 +2,7 @@
 #ifndef KIVGEO_KIVGEO_H
 #define KIVGEO_KIVGEO_H
 
+#include <kivgeo/delaunay.h>
 #include <kivgeo/export.h>
 #include <kivgeo/extent.h>
 #include <kivgeo/geo_convex.h>
