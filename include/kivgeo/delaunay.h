@@ -87,8 +87,8 @@ private:
     void FindCircumTri(const _sVertex* v, _sTri* t, std::vector<_sTri*>& out) const;
     // Collects the polygons on either side of the piece of a constraint
     // segment starting at start; next receives the vertex where it ends.
-    bool GetSegYsPoly(_sVertex* start, _sVertex* end, std::vector<_sVertex*>& left,
-                      std::vector<_sVertex*>& right, _sVertex*& next);
+    bool GetSegYsPoly(_sVertex* start, _sVertex* end, std::vector<_sVertex*>& left, std::vector<_sVertex*>& right,
+                      _sVertex*& next);
     // Fills a side polygon with triangles.
     bool TriPolyDelaunay(std::vector<_sVertex*>& ring);
     // The neighbour of current across edge (a, b) when the segment from
@@ -96,6 +96,12 @@ private:
     // else null.
     _sTri* FindNextTri(_sTri* current, const _sVertex* a, const _sVertex* b, double sx, double sy, double ex,
                        double ey);
+    // After the bounding triangles are gone: fills the pockets between the
+    // triangulation and the convex hull of its vertices (SetCoverHull).
+    void FillHullPockets();
+    // Removes the triangles whose plan centroid lies inside a hole ring or,
+    // when an outline is set, not inside the outline.
+    void DigHolesAndOutline();
 
     CKivMeshData* m_pMesh;
     CKivPoint3d m_ptOrigin;
