@@ -20,5 +20,19 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/kivgeoConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/kivgeoConfig.cmake ${PROJECT_BINARY_DIR}/kivgeoConfigVersion.cmake
   DESTINATION ${KIVGEO_CMAKE_DIR})
 
+# The pkg-config file finds the prefix from its own place (${pcfiledir}), so
+# an install moved or made with `cmake --install --prefix` stays usable.
+set(KIVGEO_PC_DIR ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
+  set(KIVGEO_PC_PREFIX "${CMAKE_INSTALL_PREFIX}")
+  set(KIVGEO_PC_LIBDIR "${CMAKE_INSTALL_FULL_LIBDIR}")
+  set(KIVGEO_PC_INCLUDEDIR "${CMAKE_INSTALL_FULL_INCLUDEDIR}")
+else()
+  file(RELATIVE_PATH pc_to_prefix /prefix/${KIVGEO_PC_DIR} /prefix)
+  string(REGEX REPLACE "/$" "" pc_to_prefix "${pc_to_prefix}")
+  set(KIVGEO_PC_PREFIX "\${pcfiledir}/${pc_to_prefix}")
+  set(KIVGEO_PC_LIBDIR "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
+  set(KIVGEO_PC_INCLUDEDIR "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
+endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/kivgeo.pc.in ${PROJECT_BINARY_DIR}/kivgeo.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/kivgeo.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/kivgeo.pc DESTINATION ${KIVGEO_PC_DIR})

@@ -7,39 +7,12 @@
 namespace {
 constexpr double kEps = 1e-6;
 constexpr double kFullTurn = 6.28318530718; // truncated on purpose; callers compare against it
-constexpr double kHalfTurn = 3.141592653589793;
 
 inline bool NearXY(double ax, double ay, double bx, double by)
 {
     return std::fabs(ax - bx) < kEps && std::fabs(ay - by) < kEps;
 }
-
-// lo < v < hi by CompDouble().
-inline bool StrictlyInside(double v, double lo, double hi)
-{
-    return CompDouble(v, lo) == 1 && CompDouble(v, hi) == -1;
-}
 } // namespace
-
-bool IsRangeOverlap(double lo1, double hi1, double lo2, double hi2)
-{
-    return StrictlyInside(lo2, lo1, hi1) || StrictlyInside(hi2, lo1, hi1) || StrictlyInside(lo1, lo2, hi2) ||
-           StrictlyInside(hi1, lo2, hi2);
-}
-
-double GetLineAngle2D(double ax, double ay, double bx, double by)
-{
-    const double dx = bx - ax, dy = by - ay;
-    if (dx == 0.0) {
-        return dy >= 0 ? 1.570796326795 : 4.712388980385;
-    }
-    // Single precision on purpose: the crossing test rotates by this angle.
-    const float a = static_cast<float>(std::atan(dy / dx));
-    if (dx >= 0) {
-        return dy >= 0 ? a : a + kFullTurn;
-    }
-    return a + kHalfTurn;
-}
 
 int JH_GetInterPoint_LineSection(double ax, double ay, double bx, double by, double cx, double cy, double dx,
                                  double dy, double* outX, double* outY, double eps)

@@ -1,7 +1,7 @@
 // Planar predicates used inside the library only (the triangulator, the mesh
-// query, the polyline). Not installed and not exported: everything here is
-// inline, so the hot tests compile into their callers' loops and the test
-// suite can reach them without a symbol in the shared library.
+// query, the polyline, and the helpers of JH_GetInterPoint_LineSection()). Not installed and not exported:
+// everything here is inline, so the hot tests compile into their callers' loops and the test suite can reach them
+// without a symbol in the shared library.
 //
 // Tolerances: GetPtSideOfLine2D() and IsPtInCircumCircle2D() use the bare
 // absolute 1e-6 on raw (unscaled) determinants; IsPtInCircumCircle2D() then
@@ -16,6 +16,35 @@
 #include <array>
 #include <cmath>
 #include <vector>
+
+// True when, by CompDouble(), lo2 or hi2 lies strictly inside (lo1, hi1), or
+// lo1 or hi1 strictly inside (lo2, hi2). Equal ranges and ranges that only
+// touch do not overlap: two crossing diagonals of a square have equal x
+// ranges and so never meet in the segment tests built on this.
+inline bool IsRangeOverlap(double lo1, double hi1, double lo2, double hi2)
+{
+    const auto strictlyInside = [](double v, double lo, double hi) {
+        return CompDouble(v, lo) == 1 && CompDouble(v, hi) == -1;
+    };
+    return strictlyInside(lo2, lo1, hi1) || strictlyInside(hi2, lo1, hi1) || strictlyInside(lo1, lo2, hi2) ||
+           strictlyInside(hi1, lo2, hi2);
+}
+
+// Direction of A->B in [0, 6.28318530718). The arc tangent is rounded to
+// single precision on purpose: JH_GetInterPoint_LineSection() rotates by this
+// rounded angle. Vertical lines give exactly 1.570796326795 or 4.712388980385.
+inline double GetLineAngle2D(double ax, double ay, double bx, double by)
+{
+    const double dx = bx - ax, dy = by - ay;
+    if (dx == 0.0) {
+        return dy >= 0 ? 1.570796326795 : 4.712388980385;
+    }
+    const float a = static_cast<float>(std::atan(dy / dx));
+    if (dx >= 0) {
+        return dy >= 0 ? a : a + 6.28318530718;
+    }
+    return a + 3.141592653589793;
+}
 
 // Side of P against the directed line A->B: +1 left (cross >= 1e-6), -1 right
 // (cross <= -1e-6), 0 within the band. The band is on the cross product, so

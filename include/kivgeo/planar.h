@@ -17,21 +17,12 @@
 // both below 1e-6; tried A=C, A=D, B=D, B=C), which is written out; 1: they
 // cross, the crossing is written out; 0: no intersection, also for parallel
 // and for collinear overlapping segments. The boxes of the two segments must
-// overlap by IsRangeOverlap() on x and y (so equal x ranges give 0). eps is
+// overlap strictly on x and on y (so equal x ranges, or ranges that only
+// touch, give 0). eps is
 // the band around AB, in its own frame, within which CD's line is accepted.
 // A zero-length CD (without a shared end) counts as parallel: 0.
 KIVGEO_API int JH_GetInterPoint_LineSection(double ax, double ay, double bx, double by, double cx, double cy,
                                             double dx, double dy, double* outX, double* outY, double eps);
-
-// True when, by CompDouble(), lo2 or hi2 lies strictly inside (lo1, hi1), or
-// lo1 or hi1 strictly inside (lo2, hi2). Equal ranges and ranges that only
-// touch do not overlap.
-KIVGEO_API bool IsRangeOverlap(double lo1, double hi1, double lo2, double hi2);
-
-// Direction of A->B in [0, 6.28318530718). The arc tangent is rounded to
-// single precision on purpose: the crossing test rotates by this angle.
-// Vertical lines give exactly 1.570796326795 or 4.712388980385.
-KIVGEO_API double GetLineAngle2D(double ax, double ay, double bx, double by);
 
 // P on the closed segment AB: P equal to an end (CompDouble on x and y), or
 // inside the box (CompDouble) and GetPtSideOfLine2D() == 0.
