@@ -82,6 +82,13 @@ TEST(Point3d, EqualityIsPerCoordinateCompDouble)
     EXPECT_EQ(p != q, 0);
     EXPECT_FALSE(p.IsEqualTo(q));
     EXPECT_TRUE(p.IsEqualTo(p));
+    // IsEqualTo compares the squared distance with 1e-20 through CompDouble:
+    // besides coincident points only a squared distance within a relative
+    // 1e-6 of 1e-20 passes, so 1e-10 apart is "equal" and 5e-11 apart is not.
+    const CKivPoint3d o(0.0, 0.0, 0.0);
+    EXPECT_TRUE(o.IsEqualTo(CKivPoint3d(1e-10, 0.0, 0.0)));
+    EXPECT_FALSE(o.IsEqualTo(CKivPoint3d(5e-11, 0.0, 0.0)));
+    EXPECT_FALSE(o.IsEqualTo(CKivPoint3d(0.0, 0.0, 2e-10)));
     // Near 1e-7 the relative rule makes these differ.
     EXPECT_EQ(CKivPoint3d(1e-7, 0.0, 0.0) == CKivPoint3d(2e-7, 0.0, 0.0), 0);
     // ...but an exact zero absorbs anything within 1e-6.
@@ -108,6 +115,10 @@ TEST(Point3d, ArithmeticAndGuardedDivision)
         EXPECT_NEAR(d.y, 2e5, 1e-6);
         EXPECT_NEAR(d.z, 3e5, 1e-5);
     }
+    // The divisor is the double 10 * 1e-6 = 9.999999999999999e-6 exactly,
+    // not the literal 1e-5 (1 / 1e-5 is 99999.99999999999).
+    EXPECT_EQ(d0.x, 1.0 / 9.999999999999999e-6);
+    EXPECT_EQ(dn.x, 100000.00000000001);
     EXPECT_EQ((a / 2.0).y, 1.0);
     EXPECT_EQ((a / -1e-6).x, -1e6); // |s| == 1e-6 is not guarded
     EXPECT_EQ((-a).z, -3.0);
@@ -122,8 +133,9 @@ TEST(Point3d, ArithmeticAndGuardedDivision)
     a -= CKivPoint3d(1.0, 1.0, 1.0);
     a *= 3.0;
     EXPECT_EQ(a.z, 9.0);
-    a /= 0.0;
-    EXPECT_NEAR(a.x, 3e5, 1e-6);
+    const CKivPoint3d q = (a /= -5e-7);
+    EXPECT_EQ(a.x, 3.0 / 9.999999999999999e-6); // a tiny negative divisor divides by a positive one
+    EXPECT_EQ(q.x, a.x);
 }
 
 TEST(Point3d, VectorProductsAndNormalize)
