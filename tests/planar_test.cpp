@@ -129,7 +129,6 @@ TEST(PlanarCrossing, MemberSegAndSegAgreesWithCrossingPoint)
 {
     std::mt19937 rng(7);
     std::uniform_real_distribution<double> coord(-10.0, 10.0);
-    std::uniform_real_distribution<double> param(0.05, 0.95);
     int crossings = 0;
     for (int i = 0; i < 4000; ++i) {
         const CKivPoint3d a = P(coord(rng), coord(rng)), b = P(coord(rng), coord(rng));
@@ -161,7 +160,6 @@ TEST(PlanarCrossing, MemberSegAndSegAgreesWithCrossingPoint)
         }
     }
     EXPECT_GT(crossings, 200);
-    (void)param;
 }
 
 TEST(PlanarCrossing, MemberSegAndSegCollinearAndDegenerate)
