@@ -14,7 +14,7 @@ if(rc)
 endif()
 
 file(GLOB_RECURSE installed RELATIVE ${prefix}/include ${prefix}/include/*)
-file(GLOB public RELATIVE ${KIVGEO_SOURCE_DIR}/include ${KIVGEO_SOURCE_DIR}/include/kivgeo/*.h)
+file(GLOB_RECURSE public RELATIVE ${KIVGEO_SOURCE_DIR}/include ${KIVGEO_SOURCE_DIR}/include/kivgeo/*.h)
 list(SORT installed)
 list(SORT public)
 if(NOT installed STREQUAL public)
