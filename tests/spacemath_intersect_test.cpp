@@ -146,6 +146,24 @@ TEST(SpaceTriPlane, CornerTouchGivesOnePointTwice)
     EXPECT_EQ(s1, P(2, 0, 0));
 }
 
+TEST(SpaceTriPlane, ShortNormalStillGivesTheCut)
+{
+    // The sides come from the unit normal, but with a normal of length 2e-6
+    // the segment/plane test reads these edges as parallel (|n.u| = 4e-7 is
+    // below 1e-6). The cut points then come from the signed distances
+    // instead of being left unwritten.
+    CKivPoint3d s0 = P(-9, -9, -9), s1 = s0;
+    ASSERT_EQ(M::Test_Intersect_Tri_And_Plane_3D(P(0, 0, 0.1), P(4, 1, -0.1), P(1, 4, 0.1), P(7, 7, 0),
+                                                 CGeoVector(0.0, 0.0, 2e-6), s0, s1),
+              2);
+    EXPECT_TRUE(Near(s0, P(2, 0.5, 0), 1e-12));   // X(A, B)
+    EXPECT_TRUE(Near(s1, P(2.5, 2.5, 0), 1e-12)); // X(C, B)
+    CKivPoint3d x;
+    EXPECT_EQ(
+        M::Test_Intersect_Seg_And_Plane_3D(P(0, 0, 0.1), P(4, 1, -0.1), P(7, 7, 0), CGeoVector(0.0, 0.0, 2e-6), x),
+        0);
+}
+
 // ---------------------------------------------------------------- collinear overlap, triangle pairs
 
 TEST(SpaceOverlap, AscendingAlongTheDominantAxis)
