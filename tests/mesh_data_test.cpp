@@ -413,6 +413,65 @@ TEST(MeshData, MergeMatchesReferenceScan)
     }
 }
 
+// Coordinates drawn from the places where the index changes how it keys a
+// value (0, the small cell below 2e-6, relative cells below 1, absolute cells,
+// the exact range from 2^36, the largest doubles), each nudged by amounts
+// around the tolerance: absolute, relative, or a few units in the last place.
+// Few bases per axis, so many points meet; the merge and both lookups must
+// agree with the plain scan.
+TEST(MeshData, MergeMatchesReferenceScanAcrossKeyRanges)
+{
+    const double bases[] = {0.0,           1e-9,         5e-7,     9.9e-7, 1e-6,     1.5e-6,  2e-6, 2.5e-6,
+                            1e-3,          0.5,          0.999999, 1.0,    1.000001, 3.7,     5e5,  3e6,
+                            68719476736.0, 6.8719476e10, 1e12,     1e308,  DBL_MAX,  4.9e-324};
+    std::mt19937 rng(2024);
+    std::uniform_int_distribution<std::size_t> pickBase(0, sizeof bases / sizeof bases[0] - 1);
+    std::uniform_int_distribution<int> pickKind(0, 4), pickK(-15, 15), pickUlp(-3, 3);
+    const auto coord = [&](double b) {
+        double v = rng() % 2 ? -b : b;
+        switch (pickKind(rng)) {
+        case 0:
+            break;
+        case 1:
+            v += pickK(rng) * 1e-7;
+            break;
+        case 2:
+            v += pickK(rng) * 1e-7 * v;
+            break;
+        default:
+            for (int s = pickUlp(rng); s != 0; s += s > 0 ? -1 : 1) {
+                v = std::nextafter(v, s > 0 ? DBL_MAX : -DBL_MAX);
+            }
+        }
+        return v;
+    };
+    for (int rep = 0; rep < 60; ++rep) {
+        // Each run keeps only a few bases, so that nudged copies meet.
+        const double bx = bases[pickBase(rng)], by = bases[pickBase(rng)], bz = bases[pickBase(rng)];
+        const double other = bases[pickBase(rng)];
+        std::vector<CKivTri3d> tris;
+        std::vector<CKivPoint3d> probes;
+        for (int i = 0; i < 200; ++i) {
+            CKivPoint3d p[3];
+            for (CKivPoint3d& q : p) {
+                q = P(coord(rng() % 4 ? bx : other), coord(rng() % 4 ? by : other), coord(rng() % 4 ? bz : other));
+            }
+            tris.emplace_back(p[0], p[1], p[2]);
+            probes.push_back(P(coord(bx), coord(by), coord(bz)));
+        }
+        RefMesh ref;
+        ref.Input(tris);
+        CKivMeshData m;
+        m.InputData(tris, true);
+        SCOPED_TRACE(testing::Message() << bx << " " << by << " " << bz << " " << other);
+        ExpectMatchesReference(m, ref, tris);
+        for (const CKivPoint3d& q : probes) {
+            ASSERT_EQ(m.GetVertexIndex(q), ref.Find(q)) << q.x << " " << q.y << " " << q.z;
+            ASSERT_EQ(m.GetVertexIndex2D(q), ref.Find2D(q)) << q.x << " " << q.y;
+        }
+    }
+}
+
 TEST(MeshData, NonFiniteCoordinatesMergeLikeTheScan)
 {
     const double inf = std::numeric_limits<double>::infinity();

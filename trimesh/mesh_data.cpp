@@ -110,18 +110,27 @@ void CKivMeshData::InputData(const std::vector<CKivTri3d>& tris, bool bClear)
 
     // Merge the corners: each one is looked up among all vertices so far,
     // those made earlier in this call included.
-    std::vector<int> corner(3 * n);
-    for (std::size_t i = 0; i < n; ++i) {
-        for (int k = 0; k < 3; ++k) {
-            const CKivPoint3d& p = tris[i].m_pt[k];
-            int idx = GetVertexIndex(p);
-            if (idx < 0) {
-                _sVertex* v = NewVertex(p);
-                UpdateExtent(*v);
-                idx = v->nIndex;
-            }
-            corner[3 * i + k] = idx;
+    // The lookups of a shuffled soup land all over the index; asking for the
+    // chain heads and entries a few corners ahead lets those loads overlap.
+    constexpr std::size_t kAheadHead = 16, kAheadEntry = 8;
+    const std::size_t nCorner = 3 * n;
+    const auto cornerPt = [&tris](std::size_t j) -> const CKivPoint3d& { return tris[j / 3].m_pt[j % 3]; };
+    std::vector<int> corner(nCorner);
+    for (std::size_t j = 0; j < nCorner; ++j) {
+        if (j + kAheadHead < nCorner) {
+            m_pVertexIndex->Prefetch3D(cornerPt(j + kAheadHead), false);
         }
+        if (j + kAheadEntry < nCorner) {
+            m_pVertexIndex->Prefetch3D(cornerPt(j + kAheadEntry), true);
+        }
+        const CKivPoint3d& p = cornerPt(j);
+        int idx = GetVertexIndex(p);
+        if (idx < 0) {
+            _sVertex* v = NewVertex(p);
+            UpdateExtent(*v);
+            idx = v->nIndex;
+        }
+        corner[j] = idx;
     }
 
     // Size every vertex list once, then attach the triangles in input order.
