@@ -1,5 +1,7 @@
 #include "trimesh/vertex_index.h"
 
+#include "trimesh/prefetch.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -45,15 +47,6 @@ inline std::uint64_t Bits(double v)
     std::uint64_t b;
     std::memcpy(&b, &v, sizeof b);
     return b;
-}
-
-inline void PrefetchRead(const void* p)
-{
-#if defined(__GNUC__) || defined(__clang__)
-    __builtin_prefetch(p, 0, 1);
-#else
-    (void)p;
-#endif
 }
 
 } // namespace
