@@ -262,6 +262,11 @@ TEST(MeshData, VertexLookupsFollowTheBackwardScan)
     in.NewVertex(P(10.0, 10.0, 99.0));
     EXPECT_EQ(m.GetVertexIndex2D(P(10.01, 9.99, 0.0)), 0);
     EXPECT_EQ(m.GetVertexIndex2D(P(10.011, 10.0, 0.0)), -1);
+    // Both bounds of the plan box are inclusive.
+    in.NewVertex(P(0.0, 0.0, 5.0));
+    EXPECT_EQ(m.GetVertexIndex2D(P(0.01, -0.01, 0.0)), 1);
+    EXPECT_EQ(m.GetVertexIndex2D(P(std::nextafter(0.01, 1.0), 0.0, 0.0)), -1);
+    in.DelVoidVet(in.Verts()[1]);
     EXPECT_EQ(m.GetVertexIndex(P(10.0, 10.0, 99.0000005)), 0);
     EXPECT_EQ(m.GetVertexIndex(P(10.0, 10.0, 99.0000011)), -1);
     // Later matches win, for both lookups.

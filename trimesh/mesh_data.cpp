@@ -128,6 +128,9 @@ void CKivMeshData::InputData(const std::vector<CKivTri3d>& tris, bool bClear)
     const std::size_t nCorner = 3 * n;
     const auto cornerPt = [&tris](std::size_t j) -> const CKivPoint3d& { return tris[j / 3].m_pt[j % 3]; };
     std::vector<int> corner(nCorner);
+    // A TIN has about half as many vertices as triangles; room for n more
+    // spares the index its regrowth in the common case.
+    m_pVertexIndex->Reserve3D(m_vecVertex, m_vecVertex.size() + n);
     for (std::size_t j = 0; j < nCorner; ++j) {
         if (j + kAheadHead < nCorner) {
             m_pVertexIndex->Prefetch3D(cornerPt(j + kAheadHead), false);

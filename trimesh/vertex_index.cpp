@@ -202,7 +202,7 @@ void CKivVertexGrid::Link(std::size_t pos)
     m_vecHead[b] = static_cast<std::int32_t>(pos);
 }
 
-void CKivVertexGrid::Rebuild(const std::vector<_sVertex*>& verts)
+void CKivVertexGrid::Rebuild(const std::vector<_sVertex*>& verts, std::size_t nBucketsFor)
 {
     const std::size_t n = verts.size();
     const std::size_t synced = m_nSynced.load(std::memory_order_relaxed);
@@ -214,7 +214,7 @@ void CKivVertexGrid::Rebuild(const std::vector<_sVertex*>& verts)
         m_vecEntry[pos].pt = verts[pos]->pt;
     }
     std::size_t buckets = 16;
-    while (buckets < 2 * n) {
+    while (buckets < 2 * std::max(n, nBucketsFor)) {
         buckets *= 2;
     }
     m_vecHead.assign(buckets, -1);
@@ -233,7 +233,7 @@ void CKivVertexGrid::Sync(const std::vector<_sVertex*>& verts)
     }
     // More than half as many vertices as buckets: grow, keeping chains short.
     if (synced == kStale || synced > n || 2 * n > m_vecHead.size()) {
-        Rebuild(verts);
+        Rebuild(verts, n);
     } else {
         m_vecEntry.resize(n);
         for (std::size_t pos = synced; pos < n; ++pos) {
@@ -242,6 +242,15 @@ void CKivVertexGrid::Sync(const std::vector<_sVertex*>& verts)
         }
     }
     m_nSynced.store(n, std::memory_order_release);
+}
+
+void CKivVertexGrid::Reserve(const std::vector<_sVertex*>& verts, std::size_t nExpected)
+{
+    Sync(verts);
+    if (2 * nExpected > m_vecHead.size()) {
+        Rebuild(verts, nExpected);
+    }
+    m_vecEntry.reserve(nExpected);
 }
 
 void CKivVertexGrid::Clear()

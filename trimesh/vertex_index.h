@@ -51,6 +51,9 @@ public:
     // Brings the grid in line with verts: indexes the vertices appended since
     // the last call, or rebuilds after Invalidate().
     void Sync(const std::vector<_sVertex*>& verts);
+    // Syncs, then makes room for nExpected vertices in all, so that appending
+    // up to that many rebuilds nothing.
+    void Reserve(const std::vector<_sVertex*>& verts, std::size_t nExpected);
     // The next Sync rebuilds from scratch (vertices moved or removed).
     void Invalidate() { m_nSynced.store(kStale, std::memory_order_release); }
     // Forgets everything and releases the storage.
@@ -88,7 +91,7 @@ private:
     // Appends the cells of space nSpace met by [a, b] (both in that space).
     void AddCells(std::uint64_t nSpace, double a, double b, Cell* out, int& n) const;
     std::size_t Bucket(const Cell* c) const;
-    void Rebuild(const std::vector<_sVertex*>& verts);
+    void Rebuild(const std::vector<_sVertex*>& verts, std::size_t nBucketsFor);
     void Link(std::size_t pos);
 
     int m_nAxes;
@@ -113,6 +116,12 @@ public:
     int Find3D(const std::vector<_sVertex*>& verts, const CKivPoint3d& p);
     int Find2D(const std::vector<_sVertex*>& verts, const CKivPoint3d& p);
     void Prefetch3D(const CKivPoint3d& p, bool bDeep) const { m_grid3D.Prefetch(p, bDeep); }
+    // Before a run of 3D lookups that will add about nExpected vertices in
+    // all (not for concurrent use).
+    void Reserve3D(const std::vector<_sVertex*>& verts, std::size_t nExpected)
+    {
+        m_grid3D.Reserve(verts, nExpected);
+    }
     void Invalidate();
     void Clear();
 
