@@ -131,12 +131,17 @@ void CKivMeshData::InputData(const std::vector<CKivTri3d>& tris, bool bClear)
     // A TIN has about half as many vertices as triangles; room for n more
     // spares the index its regrowth in the common case.
     m_pVertexIndex->Reserve3D(m_vecVertex, m_vecVertex.size() + n);
+    // Buckets asked for, by corner number modulo kAheadHead.
+    std::size_t bucket[kAheadHead];
+    for (std::size_t j = 0; j < kAheadHead && j < nCorner; ++j) {
+        bucket[j] = m_pVertexIndex->PrefetchHead3D(cornerPt(j));
+    }
     for (std::size_t j = 0; j < nCorner; ++j) {
-        if (j + kAheadHead < nCorner) {
-            m_pVertexIndex->Prefetch3D(cornerPt(j + kAheadHead), false);
-        }
         if (j + kAheadEntry < nCorner) {
-            m_pVertexIndex->Prefetch3D(cornerPt(j + kAheadEntry), true);
+            m_pVertexIndex->PrefetchEntry3D(bucket[(j + kAheadEntry) % kAheadHead]);
+        }
+        if (j + kAheadHead < nCorner) {
+            bucket[j % kAheadHead] = m_pVertexIndex->PrefetchHead3D(cornerPt(j + kAheadHead));
         }
         const CKivPoint3d& p = cornerPt(j);
         int idx = GetVertexIndex(p);

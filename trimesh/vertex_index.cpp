@@ -163,24 +163,29 @@ std::size_t CKivVertexGrid::Bucket(const Cell* c) const
     return static_cast<std::size_t>(h & m_nMask);
 }
 
-void CKivVertexGrid::Prefetch(const CKivPoint3d& p, bool bDeep) const
+std::size_t CKivVertexGrid::PrefetchHead(const CKivPoint3d& p) const
 {
     if (m_vecHead.empty()) {
-        return;
+        return kNoBucket;
     }
     const double c[3] = {p.x, p.y, p.z};
     Cell cell[3] = {{0, 0}, {0, 0}, {0, 0}};
     for (int a = 0; a < m_nAxes; ++a) {
         if (!AxisCell(c[a], cell[a])) {
-            return;
+            return kNoBucket;
         }
     }
-    const std::int32_t* head = &m_vecHead[Bucket(cell)];
-    if (!bDeep) {
-        PrefetchRead(head);
+    const std::size_t b = Bucket(cell);
+    PrefetchRead(&m_vecHead[b]);
+    return b;
+}
+
+void CKivVertexGrid::PrefetchEntry(std::size_t bucket) const
+{
+    if (bucket >= m_vecHead.size()) {
         return;
     }
-    const std::int32_t pos = *head;
+    const std::int32_t pos = m_vecHead[bucket];
     if (pos >= 0 && static_cast<std::size_t>(pos) < m_vecEntry.size()) {
         PrefetchRead(&m_vecEntry[static_cast<std::size_t>(pos)]);
     }

@@ -58,10 +58,14 @@ public:
     void Invalidate() { m_nSynced.store(kStale, std::memory_order_release); }
     // Forgets everything and releases the storage.
     void Clear();
-    // Hints the cache to load what a lookup of p will read first (the chain
-    // head of p's own cell, and with bDeep the entry it names). Harmless at
-    // any time, also when the grid is not in sync.
-    void Prefetch(const CKivPoint3d& p, bool bDeep) const;
+    // Cache hints for a run of lookups, in two steps some lookups apart:
+    // PrefetchHead asks for the chain head of p's own cell and returns its
+    // bucket (kNoBucket for NaN or an empty grid); PrefetchEntry then asks
+    // for the entry that head names. Harmless at any time, also when the grid
+    // is out of sync or has been rebuilt in between.
+    static constexpr std::size_t kNoBucket = ~std::size_t(0);
+    std::size_t PrefetchHead(const CKivPoint3d& p) const;
+    void PrefetchEntry(std::size_t bucket) const;
 
     // Highest list position whose vertex passes test(pt), among the vertices
     // within reach of p; -1 when none. Needs InSync(number of vertices).
@@ -115,7 +119,8 @@ public:
 
     int Find3D(const std::vector<_sVertex*>& verts, const CKivPoint3d& p);
     int Find2D(const std::vector<_sVertex*>& verts, const CKivPoint3d& p);
-    void Prefetch3D(const CKivPoint3d& p, bool bDeep) const { m_grid3D.Prefetch(p, bDeep); }
+    std::size_t PrefetchHead3D(const CKivPoint3d& p) const { return m_grid3D.PrefetchHead(p); }
+    void PrefetchEntry3D(std::size_t bucket) const { m_grid3D.PrefetchEntry(bucket); }
     // Before a run of 3D lookups that will add about nExpected vertices in
     // all (not for concurrent use).
     void Reserve3D(const std::vector<_sVertex*>& verts, std::size_t nExpected)
