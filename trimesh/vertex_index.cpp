@@ -29,6 +29,8 @@ constexpr int kRelShift = 36;
 // Below this magnitude all values share one cell: an exact 0.0 equals every
 // value within 1e-6 of it, so they must be found together.
 constexpr double kSmall = 2e-6;
+// The largest double below 1.
+constexpr double kOneBelow = 0x1.fffffffffffffp-1;
 
 enum : std::uint64_t { kSpaceAbs = 0, kSpaceRel = 1, kSpaceSmall = 2, kSpaceExact = 3 };
 
@@ -59,6 +61,7 @@ CKivVertexGrid::CKivVertexGrid(int nAxes, double dCell, double dReach, bool bRel
     // below T, so there a value can only match itself. T / cell < 2^54 keeps
     // the cell coordinates below it in range.
     m_dExactFrom = std::ldexp(1.0, std::ilogb(dReach * 18014398509481984.0) + 1);
+    m_dExactBelow = std::nextafter(m_dExactFrom, 0.0);
 }
 
 bool CKivVertexGrid::AxisCell(double v, Cell& c) const
@@ -117,21 +120,20 @@ bool CKivVertexGrid::AxisCells(double v, Cell* out, int& n) const
     }
     // Candidates lie in [lo, hi]; each piece of it in a key space below the
     // exact range is mapped to its cells.
-    const double exactBelow = std::nextafter(m_dExactFrom, 0.0);
+    const double exactBelow = m_dExactBelow;
     const auto map = [&](double lo, double hi) {
         if (!m_bRelative) {
             AddCells(kSpaceAbs, std::max(lo, -exactBelow), std::min(hi, exactBelow), out, n);
             return;
         }
-        const double oneBelow = std::nextafter(1.0, 0.0);
         if (lo < kSmall && hi > -kSmall) {
             AddCells(kSpaceSmall, 0.0, 0.0, out, n);
         }
         if (hi >= kSmall && lo < 1.0) {
-            AddCells(kSpaceRel, std::max(lo, kSmall), std::min(hi, oneBelow), out, n);
+            AddCells(kSpaceRel, std::max(lo, kSmall), std::min(hi, kOneBelow), out, n);
         }
         if (lo <= -kSmall && hi > -1.0) {
-            AddCells(kSpaceRel, std::max(lo, -oneBelow), std::min(hi, -kSmall), out, n);
+            AddCells(kSpaceRel, std::max(lo, -kOneBelow), std::min(hi, -kSmall), out, n);
         }
         if (hi >= 1.0) {
             AddCells(kSpaceAbs, std::max(lo, 1.0), std::min(hi, exactBelow), out, n);

@@ -103,6 +103,8 @@ private:
     double m_dReach;
     bool m_bRelative;
     double m_dExactFrom;
+    // The largest double below m_dExactFrom.
+    double m_dExactBelow;
     std::vector<std::int32_t> m_vecHead;
     std::vector<Entry> m_vecEntry;
     std::size_t m_nMask = 0;
