@@ -748,6 +748,22 @@ TEST(OctTree, LayoutAndQueries)
                     EXPECT_FALSE(n.m_pChild[i].m_box.Contains(b));
                 }
             }
+            // And where the plain descent puts it: always the first child,
+            // in child order, that contains the box.
+            const CKivOctNode* walk = tree->Root();
+            for (int depth = 0; depth < 8 && walk->m_pChild; ++depth) {
+                const CKivOctNode* next = nullptr;
+                for (int i = 0; i < 8 && !next; ++i) {
+                    if (walk->m_pChild[i].m_box.Contains(b)) {
+                        next = &walk->m_pChild[i];
+                    }
+                }
+                if (!next) {
+                    break;
+                }
+                walk = next;
+            }
+            EXPECT_EQ(walk, &n);
         }
     }
     EXPECT_EQ(stored.size(), tris.size());
