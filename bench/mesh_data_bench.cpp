@@ -11,20 +11,21 @@
 
 namespace {
 
-// A random TIN written out as a soup of about n triangles: a jittered grid,
-// two triangles per cell, shuffled. Corners are written as the grid holds
+// A random TIN written out as a soup of about n triangles: a jittered grid
+// over a smooth surface with some noise, two triangles per cell, shuffled. Corners are written as the grid holds
 // them, so shared corners are bitwise equal, as an exported TIN's are.
 std::vector<CKivTri3d> TinSoup(int n, double x0, double y0, double step)
 {
     const int nx = static_cast<int>(std::sqrt(n / 2.0));
     const int ny = std::max(1, n / (2 * nx));
     std::mt19937 rng(42);
-    std::uniform_real_distribution<double> u(-0.3, 0.3), h(0.0, 50.0);
+    std::uniform_real_distribution<double> u(-0.3, 0.3), h(-0.05, 0.05);
     std::vector<CKivPoint3d> g(static_cast<size_t>((nx + 1) * (ny + 1)));
     for (int j = 0; j <= ny; ++j) {
         for (int i = 0; i <= nx; ++i) {
             g[static_cast<size_t>(j * (nx + 1) + i)] =
-                CKivPoint3d(x0 + (i + u(rng)) * step, y0 + (j + u(rng)) * step, h(rng) * step);
+                CKivPoint3d(x0 + (i + u(rng)) * step, y0 + (j + u(rng)) * step,
+                            (20.0 * std::sin(i * 0.013) * std::cos(j * 0.011) + h(rng)) * step);
         }
     }
     const auto at = [&](int i, int j) { return g[static_cast<size_t>(j * (nx + 1) + i)]; };
