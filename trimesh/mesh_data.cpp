@@ -128,9 +128,9 @@ void CKivMeshData::InputData(const std::vector<CKivTri3d>& tris, bool bClear)
     const std::size_t nCorner = 3 * n;
     const auto cornerPt = [&tris](std::size_t j) -> const CKivPoint3d& { return tris[j / 3].m_pt[j % 3]; };
     std::vector<int> corner(nCorner);
-    // A TIN has about half as many vertices as triangles; room for n more
-    // spares the index its regrowth in the common case.
-    m_pVertexIndex->Reserve3D(m_vecVertex, m_vecVertex.size() + n);
+    // A TIN has about half as many vertices as triangles (plus its border);
+    // room for that many spares the index its regrowth in the common case.
+    m_pVertexIndex->Reserve3D(m_vecVertex, m_vecVertex.size() + n / 2 + n / 64 + 16);
     // Buckets asked for, by corner number modulo kAheadHead.
     std::size_t bucket[kAheadHead];
     for (std::size_t j = 0; j < kAheadHead && j < nCorner; ++j) {
