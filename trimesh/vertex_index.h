@@ -6,7 +6,8 @@
 // chain that passes the test is the last-added match in that bucket. The
 // chain links and a copy of each vertex's position sit together in one dense
 // array indexed by list position, so that a lookup touches two places in
-// memory, not the scattered vertex records.
+// memory, not the scattered vertex records. (The copies, like the cells, go
+// stale when vertices move: hence CKivMeshData::InvalidateVertexIndex.)
 //
 // Along each axis a value v falls into one cell of one of these key spaces:
 //  * absolute cells of fixed size, for |v| >= 1 (every |v| in the plan grid);
