@@ -262,6 +262,11 @@ TEST(MeshData, VertexLookupsFollowTheBackwardScan)
     in.NewVertex(P(10.0, 10.0, 99.0));
     EXPECT_EQ(m.GetVertexIndex2D(P(10.01, 9.99, 0.0)), 0);
     EXPECT_EQ(m.GetVertexIndex2D(P(10.011, 10.0, 0.0)), -1);
+    // Both bounds of the plan box are inclusive.
+    in.NewVertex(P(0.0, 0.0, 5.0));
+    EXPECT_EQ(m.GetVertexIndex2D(P(0.01, -0.01, 0.0)), 1);
+    EXPECT_EQ(m.GetVertexIndex2D(P(std::nextafter(0.01, 1.0), 0.0, 0.0)), -1);
+    in.DelVoidVet(in.Verts()[1]);
     EXPECT_EQ(m.GetVertexIndex(P(10.0, 10.0, 99.0000005)), 0);
     EXPECT_EQ(m.GetVertexIndex(P(10.0, 10.0, 99.0000011)), -1);
     // Later matches win, for both lookups.
@@ -319,6 +324,138 @@ TEST(MeshData, DeleteAndVoidVertices)
     EXPECT_EQ(m.GetMaxLimit().x, 1.0);
     m.ClearAllData();
     EXPECT_EQ(m.GetMaxLimit().x, -DBL_MAX);
+}
+
+// Void-vertex removal against the plain erase-while-walking-down, then the
+// lookups against the scan over what is left; ClearTriData leaves the
+// vertices alone.
+TEST(MeshData, VoidVertexRemovalAndClearTriData)
+{
+    std::mt19937 rng(3);
+    CKivMeshData m;
+    m.InputData(RandomSoup(rng, 15, 12, 10.0, 20.0, 0.5, 0.0), true);
+    CKivMeshDataInspector in(m);
+    // Vertices that only a friend made (no triangle, no extent) are void too.
+    for (int i = 0; i < 20; ++i) {
+        in.NewVertex(P(10.0 + i * 0.25, 20.0, 0.0));
+    }
+    // A friend may also append records directly; the lookups see them.
+    _sVertex* direct = new _sVertex;
+    direct->pt = P(-5.0, -5.0, -5.0);
+    in.Verts().push_back(direct);
+    EXPECT_EQ(m.GetVertexIndex(P(-5.0, -5.0, -5.0)), static_cast<int>(in.Verts().size()) - 1);
+    std::bernoulli_distribution pick(0.4);
+    for (_sTri* t : std::vector<_sTri*>(in.Tris())) {
+        if (pick(rng)) {
+            in.DelTri(t);
+        }
+    }
+    in.CompactTris();
+    std::vector<_sVertex*> expect = in.Verts();
+    for (std::size_t j = expect.size(); j-- > 0;) {
+        if (expect[j]->vecTri.empty()) {
+            expect.erase(expect.begin() + static_cast<std::ptrdiff_t>(j));
+        }
+    }
+    const CKivPoint3d maxBefore = m.GetMaxLimit();
+    m.ClearVoidVet();
+    ASSERT_EQ(in.Verts(), expect);
+    EXPECT_EQ(m.GetMaxLimit().x, maxBefore.x);
+    ExpectConsistent(m);
+    RefMesh ref;
+    for (const _sVertex* v : in.Verts()) {
+        ref.pts.push_back(v->pt);
+    }
+    std::uniform_real_distribution<double> u(-0.3, 0.3);
+    for (std::size_t q = 0; q < 2 * ref.pts.size(); ++q) {
+        CKivPoint3d p = ref.pts[q % ref.pts.size()];
+        if (q % 2) {
+            p.x += u(rng) * 1e-5;
+            p.y += u(rng);
+        }
+        ASSERT_EQ(m.GetVertexIndex(p), ref.Find(p));
+        ASSERT_EQ(m.GetVertexIndex2D(p), ref.Find2D(p));
+    }
+    // nIndex keeps the creation position.
+    EXPECT_GE(in.Verts().back()->nIndex, static_cast<int>(in.Verts().size()) - 1);
+
+    // Removing one vertex, used or not, drops only that record.
+    _sVertex* victim = in.Verts()[3];
+    const std::size_t before = in.Verts().size();
+    for (_sTri* t : std::vector<_sTri*>(victim->vecTri)) {
+        in.DelTri(t);
+    }
+    in.CompactTris();
+    in.DelVoidVet(victim);
+    EXPECT_EQ(in.Verts().size(), before - 1);
+    in.DelVoidVet(nullptr);
+    EXPECT_EQ(in.Verts().size(), before - 1);
+
+    const std::size_t nVert = in.Verts().size();
+    in.ClearTriData();
+    EXPECT_EQ(m.TriNum(), 0u);
+    EXPECT_EQ(in.Tree(), nullptr);
+    EXPECT_EQ(in.Verts().size(), nVert);
+    // The lists still name the freed triangles until the caller rebuilds them.
+    std::size_t listed = 0;
+    for (_sVertex* v : in.Verts()) {
+        listed += v->vecTri.size();
+        v->vecTri.clear();
+    }
+    EXPECT_GT(listed, 0u);
+    m.ClearAllData();
+    EXPECT_TRUE(in.Verts().empty());
+    EXPECT_EQ(m.GetVertexIndex(P(-5.0, -5.0, -5.0)), -1);
+}
+
+// The neighbour search against the plain scan from its description, on
+// random fans where an edge may carry several triangles or none.
+TEST(MeshData, FindTriCoEdgeMatchesPlainScan)
+{
+    std::mt19937 rng(17);
+    CKivMeshData m;
+    CKivMeshDataInspector in(m);
+    for (int i = 0; i < 8; ++i) {
+        in.NewVertex(P(i, i * i, 0.0));
+    }
+    std::vector<_sVertex*>& v = in.Verts();
+    std::uniform_int_distribution<std::size_t> pv(0, v.size() - 1);
+    for (int i = 0; i < 60; ++i) {
+        in.AddTri(v[pv(rng)], v[pv(rng)], v[pv(rng)]);
+    }
+    const auto plain = [](const _sVertex* a, const _sVertex* b, const _sTri* ex) -> _sTri* {
+        if (!a || !b) {
+            return nullptr;
+        }
+        for (std::size_t i = a->vecTri.size(); i-- > 0;) {
+            _sTri* t = a->vecTri[i];
+            if (!t || t == ex) {
+                continue;
+            }
+            for (std::size_t j = b->vecTri.size(); j-- > 0;) {
+                if (b->vecTri[j] == t && t != ex) {
+                    return t;
+                }
+            }
+        }
+        return nullptr;
+    };
+    int found = 0;
+    for (_sVertex* a : v) {
+        for (_sVertex* b : v) {
+            for (int e = -1; e < static_cast<int>(in.Tris().size()); e += 7) {
+                const _sTri* ex = e < 0 ? nullptr : in.Tris()[static_cast<std::size_t>(e)];
+                _sTri* got = in.FindTriCoEdge(a, b, ex);
+                ASSERT_EQ(got, plain(a, b, ex));
+                found += got != nullptr;
+            }
+        }
+    }
+    EXPECT_GT(found, 100);
+    EXPECT_EQ(in.FindTriCoEdge(v[0], nullptr, nullptr), nullptr);
+    // Every corner is a or b: no third corner.
+    in.AddTri(v[1], v[2], v[1]);
+    EXPECT_EQ(in.IndexDefaultPt(in.Tris().back(), v[2], v[1]), -1);
 }
 
 TEST(MeshData, IndexDefaultPtAndDelTriFromVec)
@@ -409,6 +546,65 @@ TEST(MeshData, MergeMatchesReferenceScan)
                 ASSERT_EQ(m.GetVertexIndex(p), ref.Find(p));
                 ASSERT_EQ(m.GetVertexIndex2D(p), ref.Find2D(p));
             }
+        }
+    }
+}
+
+// Coordinates drawn from the places where the index changes how it keys a
+// value (0, the small cell below 2e-6, relative cells below 1, absolute cells,
+// the exact range from 2^36, the largest doubles), each nudged by amounts
+// around the tolerance: absolute, relative, or a few units in the last place.
+// Few bases per axis, so many points meet; the merge and both lookups must
+// agree with the plain scan.
+TEST(MeshData, MergeMatchesReferenceScanAcrossKeyRanges)
+{
+    const double bases[] = {0.0,           1e-9,         5e-7,     9.9e-7, 1e-6,     1.5e-6,  2e-6, 2.5e-6,
+                            1e-3,          0.5,          0.999999, 1.0,    1.000001, 3.7,     5e5,  3e6,
+                            68719476736.0, 6.8719476e10, 1e12,     1e308,  DBL_MAX,  4.9e-324};
+    std::mt19937 rng(2024);
+    std::uniform_int_distribution<std::size_t> pickBase(0, sizeof bases / sizeof bases[0] - 1);
+    std::uniform_int_distribution<int> pickKind(0, 4), pickK(-15, 15), pickUlp(-3, 3);
+    const auto coord = [&](double b) {
+        double v = rng() % 2 ? -b : b;
+        switch (pickKind(rng)) {
+        case 0:
+            break;
+        case 1:
+            v += pickK(rng) * 1e-7;
+            break;
+        case 2:
+            v += pickK(rng) * 1e-7 * v;
+            break;
+        default:
+            for (int s = pickUlp(rng); s != 0; s += s > 0 ? -1 : 1) {
+                v = std::nextafter(v, s > 0 ? DBL_MAX : -DBL_MAX);
+            }
+        }
+        return v;
+    };
+    for (int rep = 0; rep < 60; ++rep) {
+        // Each run keeps only a few bases, so that nudged copies meet.
+        const double bx = bases[pickBase(rng)], by = bases[pickBase(rng)], bz = bases[pickBase(rng)];
+        const double other = bases[pickBase(rng)];
+        std::vector<CKivTri3d> tris;
+        std::vector<CKivPoint3d> probes;
+        for (int i = 0; i < 200; ++i) {
+            CKivPoint3d p[3];
+            for (CKivPoint3d& q : p) {
+                q = P(coord(rng() % 4 ? bx : other), coord(rng() % 4 ? by : other), coord(rng() % 4 ? bz : other));
+            }
+            tris.emplace_back(p[0], p[1], p[2]);
+            probes.push_back(P(coord(bx), coord(by), coord(bz)));
+        }
+        RefMesh ref;
+        ref.Input(tris);
+        CKivMeshData m;
+        m.InputData(tris, true);
+        SCOPED_TRACE(testing::Message() << bx << " " << by << " " << bz << " " << other);
+        ExpectMatchesReference(m, ref, tris);
+        for (const CKivPoint3d& q : probes) {
+            ASSERT_EQ(m.GetVertexIndex(q), ref.Find(q)) << q.x << " " << q.y << " " << q.z;
+            ASSERT_EQ(m.GetVertexIndex2D(q), ref.Find2D(q)) << q.x << " " << q.y;
         }
     }
 }
@@ -552,6 +748,22 @@ TEST(OctTree, LayoutAndQueries)
                     EXPECT_FALSE(n.m_pChild[i].m_box.Contains(b));
                 }
             }
+            // And where the plain descent puts it: always the first child,
+            // in child order, that contains the box.
+            const CKivOctNode* walk = tree->Root();
+            for (int depth = 0; depth < 8 && walk->m_pChild; ++depth) {
+                const CKivOctNode* next = nullptr;
+                for (int i = 0; i < 8 && !next; ++i) {
+                    if (walk->m_pChild[i].m_box.Contains(b)) {
+                        next = &walk->m_pChild[i];
+                    }
+                }
+                if (!next) {
+                    break;
+                }
+                walk = next;
+            }
+            EXPECT_EQ(walk, &n);
         }
     }
     EXPECT_EQ(stored.size(), tris.size());
@@ -631,4 +843,59 @@ TEST(OctTree, PairingQuery)
             }
         }
     }
+}
+
+TEST(OctTree, LifecycleAndTrianglesOutsideTheRoot)
+{
+    CKivOctTree bare;
+    EXPECT_EQ(bare.MaxDepth(), 10);
+    EXPECT_DOUBLE_EQ(bare.Ratio(), 0.2);
+    std::vector<const CKivOctNode*> nodes(3);
+    bare.QueryBox(0.0, 0.0, 0.0, 1.0, 1.0, 1.0, nodes);
+    EXPECT_TRUE(nodes.empty());
+    bare.Create(P(0.0, 0.0, 0.0), P(10.0, 20.0, 0.0), 3, 0.2);
+    EXPECT_DOUBLE_EQ(bare.Root()->m_box.dMin[1], -2.0);
+    EXPECT_DOUBLE_EQ(bare.Root()->m_box.dMax[2], 0.0);
+    bare.Destroy();
+    EXPECT_EQ(bare.MaxDepth(), -1);
+    EXPECT_EQ(bare.Root(), nullptr);
+
+    CKivMeshData m;
+    m.InputData({CKivTri3d(P(0.0, 0.0, 0.0), P(10.0, 0.0, 1.0), P(0.0, 10.0, 2.0)),
+                 CKivTri3d(P(10.0, 0.0, 1.0), P(10.0, 10.0, 1.0), P(0.0, 10.0, 2.0))},
+                true);
+    CKivMeshDataInspector in(m);
+    // A flat column query takes its z range from the root box.
+    in.Tree()->QueryBox2D(4.0, 4.0, 4.0, 4.0, nodes);
+    EXPECT_FALSE(nodes.empty());
+    in.Tree()->QueryBox(4.0, 4.0, 50.0, 4.0, 4.0, 60.0, nodes);
+    EXPECT_TRUE(nodes.empty());
+    // A triangle beyond the root box is kept in the mesh but not indexed,
+    // and deleting it leaves the tree as it was.
+    _sVertex* far = in.NewVertex(P(100.0, 100.0, 0.0));
+    in.AddTri(in.Verts()[0], in.Verts()[1], far);
+    EXPECT_EQ(m.TriNum(), 3u);
+    const auto treeTris = [&] {
+        std::multiset<const _sTri*> s;
+        in.Tree()->QueryBox(-DBL_MAX, -DBL_MAX, -DBL_MAX, DBL_MAX, DBL_MAX, DBL_MAX, nodes);
+        for (const CKivOctNode* n : nodes) {
+            s.insert(n->m_vecTri.begin(), n->m_vecTri.end());
+        }
+        return s;
+    };
+    EXPECT_EQ(treeTris().size(), 2u);
+    in.DelTri(in.Tris().back());
+    in.CompactTris();
+    EXPECT_EQ(treeTris().size(), 2u);
+    // The extent only counts vertices that were counted in; a rebuild covers
+    // what it says.
+    in.UpdateExtent(*far);
+    in.ResetOctTree();
+    in.AddTri(in.Verts()[0], in.Verts()[1], far);
+    EXPECT_EQ(treeTris().size(), 3u);
+    EXPECT_DOUBLE_EQ(in.Tree()->Root()->m_box.dMax[0], 110.0);
+    // No triangles, no tree.
+    in.ClearTriData();
+    in.ResetOctTree();
+    EXPECT_EQ(in.Tree(), nullptr);
 }

@@ -1,6 +1,7 @@
 #include <kivgeo/mesh_data.h>
 
 #include "trimesh/oct_tree.h"
+#include "trimesh/prefetch.h"
 #include "trimesh/vertex_index.h"
 
 #include <algorithm>
@@ -16,6 +17,17 @@ constexpr std::size_t kNoDeadTri = std::numeric_limits<std::size_t>::max();
 // The store always builds its octree with these.
 constexpr int kOctDepth = 8;
 constexpr double kOctRatio = 0.2;
+
+// How far ahead the walks over triangles ask for the corners they will read.
+constexpr std::size_t kAhead = 8;
+
+// Asks for the corners of triangle t (already in cache or asked for earlier).
+inline void PrefetchCorners(const _sTri* t)
+{
+    PrefetchRead(t->pVt[0]);
+    PrefetchRead(t->pVt[1]);
+    PrefetchRead(t->pVt[2]);
+}
 
 } // namespace
 
@@ -110,18 +122,35 @@ void CKivMeshData::InputData(const std::vector<CKivTri3d>& tris, bool bClear)
 
     // Merge the corners: each one is looked up among all vertices so far,
     // those made earlier in this call included.
-    std::vector<int> corner(3 * n);
-    for (std::size_t i = 0; i < n; ++i) {
-        for (int k = 0; k < 3; ++k) {
-            const CKivPoint3d& p = tris[i].m_pt[k];
-            int idx = GetVertexIndex(p);
-            if (idx < 0) {
-                _sVertex* v = NewVertex(p);
-                UpdateExtent(*v);
-                idx = v->nIndex;
-            }
-            corner[3 * i + k] = idx;
+    // The lookups of a shuffled soup land all over the index; asking for the
+    // chain heads and entries a few corners ahead lets those loads overlap.
+    constexpr std::size_t kAheadHead = 16, kAheadEntry = 8;
+    const std::size_t nCorner = 3 * n;
+    const auto cornerPt = [&tris](std::size_t j) -> const CKivPoint3d& { return tris[j / 3].m_pt[j % 3]; };
+    std::vector<int> corner(nCorner);
+    // A TIN has about half as many vertices as triangles (plus its border);
+    // room for that many spares the index its regrowth in the common case.
+    m_pVertexIndex->Reserve3D(m_vecVertex, m_vecVertex.size() + n / 2 + n / 64 + 16);
+    // Buckets asked for, by corner number modulo kAheadHead.
+    std::size_t bucket[kAheadHead];
+    for (std::size_t j = 0; j < kAheadHead && j < nCorner; ++j) {
+        bucket[j] = m_pVertexIndex->PrefetchHead3D(cornerPt(j));
+    }
+    for (std::size_t j = 0; j < nCorner; ++j) {
+        if (j + kAheadEntry < nCorner) {
+            m_pVertexIndex->PrefetchEntry3D(bucket[(j + kAheadEntry) % kAheadHead]);
         }
+        if (j + kAheadHead < nCorner) {
+            bucket[j % kAheadHead] = m_pVertexIndex->PrefetchHead3D(cornerPt(j + kAheadHead));
+        }
+        const CKivPoint3d& p = cornerPt(j);
+        int idx = GetVertexIndex(p);
+        if (idx < 0) {
+            _sVertex* v = NewVertex(p);
+            UpdateExtent(*v);
+            idx = v->nIndex;
+        }
+        corner[j] = idx;
     }
 
     // Size every vertex list once, then attach the triangles in input order.
@@ -137,6 +166,16 @@ void CKivMeshData::InputData(const std::vector<CKivTri3d>& tris, bool bClear)
     }
     m_vecTri.reserve(m_vecTri.size() + n);
     for (std::size_t i = 0; i < n; ++i) {
+        // The corners' records first, then (once they are in) their lists.
+        for (int k = 0; k < 3; ++k) {
+            if (i + 2 * kAhead < n) {
+                PrefetchRead(m_vecVertex[static_cast<std::size_t>(corner[3 * (i + 2 * kAhead) + k])]);
+            }
+            if (i + kAhead < n) {
+                const _sVertex* v = m_vecVertex[static_cast<std::size_t>(corner[3 * (i + kAhead) + k])];
+                PrefetchRead(v->vecTri.data() + v->vecTri.size());
+            }
+        }
         _sTri* t = new _sTri;
         t->nPos = static_cast<std::int32_t>(m_vecTri.size());
         m_vecTri.push_back(t);
@@ -153,8 +192,12 @@ void CKivMeshData::OutputData(std::vector<CKivTri3d>& out) const
 {
     out.clear();
     out.reserve(TriNum());
-    for (const _sTri* t : m_vecTri) {
-        if (t) {
+    const std::size_t n = m_vecTri.size();
+    for (std::size_t i = 0; i < n; ++i) {
+        if (i + kAhead < n && m_vecTri[i + kAhead]) {
+            PrefetchCorners(m_vecTri[i + kAhead]);
+        }
+        if (const _sTri* t = m_vecTri[i]) {
             out.emplace_back(t->pVt[0]->pt, t->pVt[1]->pt, t->pVt[2]->pt);
         }
     }
@@ -251,8 +294,12 @@ void CKivMeshData::ResetOctTree()
     }
     m_pOctTree = new CKivOctTree;
     m_pOctTree->Create(m_ptMin, m_ptMax, kOctDepth, kOctRatio);
-    for (_sTri* t : m_vecTri) {
-        m_pOctTree->Insert(t, CKivOctBox::OfTri(*t));
+    const std::size_t n = m_vecTri.size();
+    for (std::size_t i = 0; i < n; ++i) {
+        if (i + kAhead < n) {
+            PrefetchCorners(m_vecTri[i + kAhead]);
+        }
+        m_pOctTree->Insert(m_vecTri[i], CKivOctBox::OfTri(*m_vecTri[i]));
     }
 }
 

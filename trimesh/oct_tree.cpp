@@ -37,31 +37,54 @@ void Widen(CKivOctBox& acc, const CKivOctBox& b)
     }
 }
 
+// The child boxes along axis k of a node's box: the low half is
+// [lo[0], hi[0]], the high half [lo[1], hi[1]], each enlarged as EnlargedBox
+// does (the same operations, so the same doubles).
+void ChildSpans(const CKivOctBox& box, int k, double ratio, double lo[2], double hi[2])
+{
+    const double mid = 0.5 * (box.dMin[k] + box.dMax[k]);
+    const double growLo = 0.5 * ratio * (mid - box.dMin[k]);
+    const double growHi = 0.5 * ratio * (box.dMax[k] - mid);
+    lo[0] = box.dMin[k] - growLo;
+    hi[0] = mid + growLo;
+    lo[1] = mid - growHi;
+    hi[1] = box.dMax[k] + growHi;
+}
+
 void MakeChildren(CKivOctNode& n, double ratio)
 {
     n.m_pChild = new CKivOctNode[8];
-    double mid[3];
+    double lo[3][2], hi[3][2];
     for (int k = 0; k < 3; ++k) {
-        mid[k] = 0.5 * (n.m_box.dMin[k] + n.m_box.dMax[k]);
+        ChildSpans(n.m_box, k, ratio, lo[k], hi[k]);
     }
     for (int i = 0; i < 8; ++i) {
-        double lo[3], hi[3];
+        CKivOctBox& b = n.m_pChild[i].m_box;
         for (int k = 0; k < 3; ++k) {
-            const bool high = (i >> k) & 1;
-            lo[k] = high ? mid[k] : n.m_box.dMin[k];
-            hi[k] = high ? n.m_box.dMax[k] : mid[k];
+            const int side = (i >> k) & 1;
+            b.dMin[k] = lo[k][side];
+            b.dMax[k] = hi[k][side];
         }
-        n.m_pChild[i].m_box = EnlargedBox(lo, hi, ratio);
         n.m_pChild[i].m_boxTri = EmptyBox();
         n.m_pChild[i].m_boxSub = EmptyBox();
     }
 }
 
-// First child, in child order, whose box contains b; null when none.
-CKivOctNode* ContainingChild(const CKivOctNode& n, const CKivOctBox& b)
+// First child, in child order, whose box contains b; null when none. Worked
+// out from the node's own box, which gives the children's boxes exactly,
+// so that the descent reads one node per level instead of eight.
+CKivOctNode* ContainingChild(const CKivOctNode& n, const CKivOctBox& b, double ratio)
 {
+    bool fits[3][2];
+    for (int k = 0; k < 3; ++k) {
+        double lo[2], hi[2];
+        ChildSpans(n.m_box, k, ratio, lo, hi);
+        // Written as Contains is, so that a NaN fits nowhere.
+        fits[k][0] = b.dMin[k] >= lo[0] && b.dMax[k] <= hi[0];
+        fits[k][1] = b.dMin[k] >= lo[1] && b.dMax[k] <= hi[1];
+    }
     for (int i = 0; i < 8; ++i) {
-        if (n.m_pChild[i].m_box.Contains(b)) {
+        if (fits[0][i & 1] && fits[1][(i >> 1) & 1] && fits[2][(i >> 2) & 1]) {
             return &n.m_pChild[i];
         }
     }
@@ -158,7 +181,7 @@ bool CKivOctTree::Insert(_sTri* t, const CKivOctBox& b)
         if (!n->m_pChild) {
             MakeChildren(*n, m_dRatio);
         }
-        CKivOctNode* c = ContainingChild(*n, b);
+        CKivOctNode* c = ContainingChild(*n, b, m_dRatio);
         if (!c) {
             break;
         }
@@ -181,7 +204,7 @@ bool CKivOctTree::Remove(const _sTri* t, const CKivOctBox& b)
     }
     CKivOctNode* n = m_pRoot;
     while (n->m_pChild) {
-        CKivOctNode* c = ContainingChild(*n, b);
+        CKivOctNode* c = ContainingChild(*n, b, m_dRatio);
         if (!c) {
             break;
         }
@@ -194,7 +217,7 @@ bool CKivOctTree::Remove(const _sTri* t, const CKivOctBox& b)
     }
     v.erase(it);
     // The same descent again, to drop the triangle from the subtree counts.
-    for (CKivOctNode* p = m_pRoot;; p = ContainingChild(*p, b)) {
+    for (CKivOctNode* p = m_pRoot;; p = ContainingChild(*p, b, m_dRatio)) {
         --p->m_nSubTri;
         if (p == n) {
             break;

@@ -71,6 +71,8 @@ struct CKivOctBox {
     static CKivOctBox OfTri(const _sTri& t);
 };
 
+// What a descent reads and writes at every level (the box, the children, the
+// subtree count) comes first and fills one aligned cache line.
 class KIVGEO_API CKivOctNode {
 public:
     CKivOctNode() = default;
@@ -79,20 +81,20 @@ public:
     CKivOctNode& operator=(const CKivOctNode&) = delete;
 
     // The node's box.
-    CKivOctBox m_box{};
-    // Running bounding box of the triangles stored here (widened with each
-    // stored triangle, never shrunk); inverted while nothing was stored.
-    CKivOctBox m_boxTri{};
-    // Triangles stored at this node, in insertion order.
-    std::vector<_sTri*> m_vecTri;
-    // Encloses the boxes of the nodes in this subtree (itself included) that
-    // ever stored a triangle; never shrunk.
-    CKivOctBox m_boxSub{};
+    alignas(64) CKivOctBox m_box{};
     // The eight children as one array, or null before the first descent.
     CKivOctNode* m_pChild = nullptr;
     // Triangles stored in this node's subtree, itself included (lets the
     // queries skip empty subtrees).
     std::size_t m_nSubTri = 0;
+    // Encloses the boxes of the nodes in this subtree (itself included) that
+    // ever stored a triangle; never shrunk.
+    CKivOctBox m_boxSub{};
+    // Triangles stored at this node, in insertion order.
+    std::vector<_sTri*> m_vecTri;
+    // Running bounding box of the triangles stored here (widened with each
+    // stored triangle, never shrunk); inverted while nothing was stored.
+    CKivOctBox m_boxTri{};
 };
 
 class KIVGEO_API CKivOctTree {

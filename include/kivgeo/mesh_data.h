@@ -39,8 +39,8 @@
 //  * Removing vertices. Only through DelVoidVet / ClearVoidVet /
 //    ClearAllData.
 //
-// The two 32-bit members of _sVertex after nIndex and the nPos member of
-// _sTri belong to the store's bookkeeping: friends must not write them.
+// The nPos member of _sTri belongs to the store's bookkeeping: friends must
+// not write it. The two 32-bit members of _sVertex after nIndex are unused.
 #ifndef KIVGEO_MESH_DATA_H
 #define KIVGEO_MESH_DATA_H
 
@@ -68,14 +68,14 @@ class CKivSolidBoolean;
 
 // A mesh vertex: position, creation index and the triangles that use it.
 struct _sVertex {
-    _sVertex() : pt(), nIndex(-1), nLink3D(0), nLink2D(0), vecTri() {}
+    _sVertex() : pt(), nIndex(-1), nReserved1(0), nReserved2(0), vecTri() {}
 
     CKivPoint3d pt;
     // Position in the mesh's vertex list when the vertex was created.
     int nIndex;
-    // Store bookkeeping: chain links of the vertex lookup index.
-    std::int32_t nLink3D;
-    std::int32_t nLink2D;
+    // Zero; nothing in the library reads or writes them.
+    std::int32_t nReserved1;
+    std::int32_t nReserved2;
     // Incident triangles in the order they were attached; not owning.
     std::vector<_sTri*> vecTri;
 };
