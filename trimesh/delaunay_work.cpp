@@ -378,7 +378,7 @@ void CKivDelaunayWork::CollectBoundary()
         for (int k = 0; k < 3; ++k) {
             const int nb = r.n[k];
             if (nb < 0 || !m_vecTri[nb].mark) {
-                m_vecEdge.push_back({r.v[k], r.v[(k + 1) % 3], x, k});
+                m_vecEdge.push_back({r.v[k], r.v[(k + 1) % 3], x, nb});
             }
         }
     }
@@ -535,11 +535,15 @@ bool CKivDelaunayWork::Insert(int iv)
         return false;
     }
 
-    // Fan the boundary edges to the point, in order; the outside neighbour of
-    // each edge is relinked to its new triangle.
+    // The cavity goes first, so that the new triangles take its (cached)
+    // slots. Then fan the boundary edges to the point, in order, relinking
+    // the outside neighbour of each edge to its new triangle.
+    for (int x : m_vecCavity) {
+        FreeTri(x);
+    }
     m_vecNew.clear();
     for (const SEdge& e : m_vecEdge) {
-        const int outer = m_vecTri[e.owner].n[e.k];
+        const int outer = e.outer;
         const int t = NewTri(e.a, e.b, iv);
         m_vecTri[t].n[0] = outer;
         if (outer >= 0) {
@@ -563,9 +567,6 @@ bool CKivDelaunayWork::Insert(int iv)
     for (const SEdge& e : m_vecEdge) {
         m_vecStartAt[e.a] = -1;
         m_vecEndAt[e.b] = -1;
-    }
-    for (int x : m_vecCavity) {
-        FreeTri(x);
     }
     m_nLastTri = m_vecNew.back();
     if (m_nRebuildAt) {

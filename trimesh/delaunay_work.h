@@ -74,7 +74,7 @@ private:
     struct SEdge {
         int a, b;  // the edge as oriented in its triangle
         int owner; // cavity triangle
-        int k;     // edge slot in owner
+        int outer; // the triangle across it, -1 for none
     };
 
     int NewTri(int a, int b, int c);
