@@ -583,6 +583,16 @@ void CKivDelaunayWork::SetPrevBound(_sVertex* const* v)
     }
 }
 
+void CKivDelaunayWork::BeginRun(const std::vector<_sVertex*>& verts)
+{
+    m_vecExclude.clear();
+    for (const _sVertex* v : verts) {
+        if (IsPrevBound(v)) {
+            m_vecExclude.push_back(v);
+        }
+    }
+}
+
 bool CKivDelaunayWork::IsPrevBound(const _sVertex* v) const
 {
     // The record alone could be a new vertex at a freed one's address; the
