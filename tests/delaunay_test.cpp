@@ -599,6 +599,15 @@ void CheckCore(const Pts& pts, bool merge, const std::string& what)
         unused += !used[i] && Usable(pos[i]);
     }
     EXPECT_EQ(unused, 0) << what;
+    // Euler for a disk: V - E + T = 1.
+    std::map<std::pair<int, int>, int> edges;
+    for (const Triple& t : tris) {
+        for (int k = 0; k < 3; ++k) {
+            ++edges[{std::min(t[k], t[(k + 1) % 3]), std::max(t[k], t[(k + 1) % 3])}];
+        }
+    }
+    const long nUsed = std::count(used.begin(), used.end(), 1);
+    EXPECT_EQ(nUsed - static_cast<long>(edges.size()) + static_cast<long>(tris.size()), 1) << what;
     const CKivPoint3d &a = di.BoundVt()[0]->pt, &b = di.BoundVt()[1]->pt, &e = di.BoundVt()[2]->pt;
     const double whole = 0.5 * std::fabs((b.x - a.x) * (e.y - a.y) - (e.x - a.x) * (b.y - a.y));
     EXPECT_NEAR(c.area, whole, whole * 1e-9) << what;
@@ -694,8 +703,8 @@ TEST(Delaunay, PropertiesOnManyInputs)
             }
             EXPECT_EQ(CountCircleViolations(pos, tris, used), 0) << round;
         }
-        // Euler: a triangulated region with V vertices, E edges, T triangles
-        // and C boundary components... at least: E = (3T + B) / 2.
+        // Every edge has one or two triangles, and the counts agree:
+        // 2E = 3T + B for B edges on the boundary.
         std::map<std::pair<int, int>, int> und;
         for (const Triple& t : tris) {
             for (int k = 0; k < 3; ++k) {
