@@ -970,4 +970,32 @@ TEST(Delaunay, StepsOnTheirOwn)
     EXPECT_EQ(a, b);
 }
 
+// Inputs with no general position at all: whatever comes out is valid and
+// uses every point where the full triangulation is concerned.
+TEST(Delaunay, DegenerateInputs)
+{
+    Pts line, circle, twoLines, same;
+    for (int i = 0; i < 400; ++i) {
+        line.emplace_back(1000.0 + 0.37 * i, 2000.0 + 0.11 * i, 0.0);
+        const double a = 6.283185307179586 * i / 400;
+        circle.emplace_back(500000.0 + 50.0 * std::cos(a), 3000000.0 + 50.0 * std::sin(a), 0.0);
+        twoLines.emplace_back(0.5 * i, (i % 2) * 3.0, 0.0);
+        same.emplace_back(7.0, 8.0, i);
+    }
+    for (const Pts* p : {&line, &circle, &twoLines}) {
+        CheckCore(*p, true, "degenerate");
+        CRun run;
+        Triangulate(run, *p);
+        EXPECT_TRUE(run.ok);
+        const CCheck c = CheckValid(Positions(run.mesh), Triples(run.mesh));
+        EXPECT_TRUE(c.ok) << c.why;
+    }
+    CRun run;
+    Triangulate(run, line);
+    EXPECT_EQ(run.mesh.TriNum(), 0u); // nothing but slivers to the bounding corners
+    CRun one;
+    Triangulate(one, same);
+    EXPECT_FALSE(one.ok); // all merged into one vertex
+}
+
 } // namespace
