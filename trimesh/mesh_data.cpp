@@ -2,6 +2,7 @@
 
 #include "trimesh/oct_tree.h"
 #include "trimesh/prefetch.h"
+#include "trimesh/tri_pool.h"
 #include "trimesh/vertex_index.h"
 
 #include <algorithm>
@@ -33,7 +34,7 @@ inline void PrefetchCorners(const _sTri* t)
 
 CKivMeshData::CKivMeshData()
     : m_pOctTree(nullptr), m_ptMax(-DBL_MAX, -DBL_MAX, -DBL_MAX), m_ptMin(DBL_MAX, DBL_MAX, DBL_MAX),
-      m_pVertexIndex(new CKivVertexIndex), m_nDeadTri(0), m_nFirstDeadTri(kNoDeadTri)
+      m_pVertexIndex(new CKivVertexIndex), m_nDeadTri(0), m_nFirstDeadTri(kNoDeadTri), m_pTriPool(new CKivTriPool)
 {
 }
 
@@ -176,7 +177,7 @@ void CKivMeshData::InputData(const std::vector<CKivTri3d>& tris, bool bClear)
                 PrefetchRead(v->vecTri.data() + v->vecTri.size());
             }
         }
-        _sTri* t = new _sTri;
+        _sTri* t = m_pTriPool->New();
         t->nPos = static_cast<std::int32_t>(m_vecTri.size());
         m_vecTri.push_back(t);
         for (int k = 0; k < 3; ++k) {
@@ -305,7 +306,7 @@ void CKivMeshData::ResetOctTree()
 
 void CKivMeshData::AddTri(_sVertex* a, _sVertex* b, _sVertex* c)
 {
-    _sTri* t = new _sTri;
+    _sTri* t = m_pTriPool->New();
     t->pVt[0] = a;
     t->pVt[1] = b;
     t->pVt[2] = c;
@@ -354,7 +355,7 @@ void CKivMeshData::DelTri(_sTri* t)
             return;
         }
     }
-    delete t;
+    m_pTriPool->Delete(t);
     m_vecTri[pos] = nullptr;
     ++m_nDeadTri;
     m_nFirstDeadTri = std::min(m_nFirstDeadTri, pos);
@@ -400,9 +401,7 @@ void CKivMeshData::DelVoidVet()
 
 void CKivMeshData::ClearTriData()
 {
-    for (_sTri* t : m_vecTri) {
-        delete t;
-    }
+    m_pTriPool->Clear();
     std::vector<_sTri*>().swap(m_vecTri);
     m_nDeadTri = 0;
     m_nFirstDeadTri = kNoDeadTri;
