@@ -1,5 +1,5 @@
 // Uniform plan grid over the triangles of a mesh, for the elevation query.
-// Not installed.
+// Not installed; exported only so that the test suite can build one.
 //
 // Why: the octree covers the mesh extent, and right after a triangulation the
 // extent still holds the far-away corners of the bounding triangle, so the
@@ -21,6 +21,7 @@
 #ifndef KIVGEO_TRIMESH_PLAN_INDEX_H
 #define KIVGEO_TRIMESH_PLAN_INDEX_H
 
+#include <kivgeo/export.h>
 #include <kivgeo/mesh_data.h>
 
 #include <cstddef>
@@ -31,7 +32,7 @@ namespace TriMesh {
 
 class CKivOctTree;
 
-class CKivPlanIndex {
+class KIVGEO_API CKivPlanIndex {
 public:
     // Indexes the non-null triangles of tris that tree holds (the root box
     // contains their box, as at insertion).
