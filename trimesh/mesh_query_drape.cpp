@@ -6,10 +6,13 @@
 #include <kivgeo/spacemath.h>
 
 #include "trimesh/oct_tree.h"
+#include "trimesh/plan_index.h"
 #include "trimesh/seg_dedup.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <functional>
+#include <utility>
 
 namespace TriMesh {
 
@@ -70,22 +73,60 @@ void CKivMeshQuery::GetMapLineSeg(const CKivPoint3d& p1, const CKivPoint3d& p2, 
     if (!HasSearch()) {
         return;
     }
+    const double x0 = std::min(p1.x, p2.x), y0 = std::min(p1.y, p2.y);
+    const double x1 = std::max(p1.x, p2.x), y1 = std::max(p1.y, p2.y);
+    const auto drape = [&](const _sTri* t) {
+        CKivPoint3d q1, q2;
+        if (!CKivSpaceMath::Test_Intersect_MapSeg_And_Tri_3D(t->pVt[0]->pt, t->pVt[1]->pt, t->pVt[2]->pt, p1, p2,
+                                                             q1, q2) ||
+            q1 == q2 || seen.Contains(q1, q2)) {
+            return;
+        }
+        out.emplace_back(q1, q2);
+        seen.Added();
+    };
+    const CKivPlanIndex* grid = PlanIndex(0);
+    if (grid && grid->HasOctreeOrder()) {
+        // The triangles the column query would report that give a piece,
+        // put into the order it would report them: the same pieces, and the
+        // same survivors of the de-duplication.
+        const CKivOctNode* root = m_pMesh->m_pOctTree->Root();
+        const CKivOctBox column{{x0, y0, root->m_box.dMin[2]}, {x1, y1, root->m_box.dMax[2]}};
+        std::vector<_sTri*> cand;
+        grid->CandidatesInBox(x0, y0, x1, y1, cand);
+        struct SPiece {
+            std::uint64_t key;
+            CKivPoint3d q1, q2;
+        };
+        std::vector<SPiece> pieces;
+        for (const _sTri* t : cand) {
+            CKivPoint3d q1, q2;
+            if (grid->ReportedBy(t, column) &&
+                CKivSpaceMath::Test_Intersect_MapSeg_And_Tri_3D(t->pVt[0]->pt, t->pVt[1]->pt, t->pVt[2]->pt, p1,
+                                                                p2, q1, q2) &&
+                !(q1 == q2)) {
+                pieces.push_back(SPiece{grid->OrderKey(t), q1, q2});
+            }
+        }
+        std::sort(pieces.begin(), pieces.end(), [](const SPiece& a, const SPiece& b) { return a.key < b.key; });
+        for (const SPiece& pc : pieces) {
+            if (!seen.Contains(pc.q1, pc.q2)) {
+                out.emplace_back(pc.q1, pc.q2);
+                seen.Added();
+            }
+        }
+        return;
+    }
     std::vector<const CKivOctNode*> nodes;
-    m_pMesh->m_pOctTree->QueryBox2D(std::min(p1.x, p2.x), std::min(p1.y, p2.y), std::max(p1.x, p2.x),
-                                    std::max(p1.y, p2.y), nodes);
+    m_pMesh->m_pOctTree->QueryBox2D(x0, y0, x1, y1, nodes);
+    std::size_t work = nodes.size();
     for (const CKivOctNode* n : nodes) {
         for (auto it = n->m_vecTri.rbegin(); it != n->m_vecTri.rend(); ++it) {
-            const _sTri* t = *it;
-            CKivPoint3d q1, q2;
-            if (!CKivSpaceMath::Test_Intersect_MapSeg_And_Tri_3D(t->pVt[0]->pt, t->pVt[1]->pt, t->pVt[2]->pt, p1,
-                                                                 p2, q1, q2) ||
-                q1 == q2 || seen.Contains(q1, q2)) {
-                continue;
-            }
-            out.emplace_back(q1, q2);
-            seen.Added();
+            drape(*it);
         }
+        work += n->m_vecTri.size();
     }
+    PlanIndex(work);
 }
 
 bool CKivMeshQuery::GetMapPolyline(const std::vector<CKivPoint3d>& points, bool closed,

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
+#include <utility>
 
 namespace TriMesh {
 
@@ -30,6 +32,7 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
     if (!root) {
         return;
     }
+    RecordOctreeOrder(tris, *root);
     std::vector<SPlanBox> boxes;
     boxes.reserve(tris.size());
     double gx0 = HUGE_VAL, gx1 = -HUGE_VAL, gy0 = HUGE_VAL, gy1 = -HUGE_VAL;
@@ -48,7 +51,13 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
         const double span = (b.dMax[0] - b.dMin[0]) + (b.dMax[1] - b.dMin[1]) + (b.dMax[2] - b.dMin[2]);
         const double mag =
             std::fabs(b.dMin[0]) + std::fabs(b.dMax[0]) + std::fabs(b.dMin[1]) + std::fabs(b.dMax[1]);
-        const double margin = 1e-5 * span + 1e-12 * mag;
+        double margin = 1e-5 * span + 1e-12 * mag;
+        // Steep triangles are draped by cutting them against a wall, with
+        // that test's absolute tolerances: widen their boxes by more.
+        const CGeoVector n = CGeoVector(t->pVt[1]->pt - t->pVt[0]->pt) ^ CGeoVector(t->pVt[2]->pt - t->pVt[0]->pt);
+        if (!(n.z * n.z >= 1e-6 * n.Length2())) {
+            margin += 1e-5;
+        }
         const SPlanBox pb{b.dMin[0] - margin, b.dMax[0] + margin, b.dMin[1] - margin, b.dMax[1] + margin, t};
         if (!(std::isfinite(pb.x0) && std::isfinite(pb.x1) && std::isfinite(pb.y0) && std::isfinite(pb.y1))) {
             m_vecWide.push_back(t);
@@ -119,6 +128,67 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
             }
         }
     }
+}
+
+void CKivPlanIndex::RecordOctreeOrder(const std::vector<_sTri*>& tris, const CKivOctNode& root)
+{
+    m_vecTriNode.assign(tris.size(), 0);
+    m_vecTriPos.assign(tris.size(), 0);
+    m_bOrdered = true;
+    // Depth first, each node before its children, as the queries walk.
+    std::vector<std::pair<const CKivOctNode*, std::int32_t>> stack{{&root, -1}};
+    while (!stack.empty()) {
+        const CKivOctNode* n = stack.back().first;
+        const std::int32_t parent = stack.back().second;
+        stack.pop_back();
+        if (n->m_nSubTri == 0) {
+            continue;
+        }
+        const std::int32_t id = static_cast<std::int32_t>(m_vecNode.size());
+        m_vecNode.push_back(SNode{n, parent});
+        for (std::size_t k = 0; k < n->m_vecTri.size(); ++k) {
+            const _sTri* t = n->m_vecTri[k];
+            const std::size_t slot = static_cast<std::size_t>(t->nPos);
+            if (t->nPos < 0 || slot >= tris.size() || tris[slot] != t) {
+                m_bOrdered = false;
+                continue;
+            }
+            m_vecTriNode[slot] = static_cast<std::uint32_t>(id);
+            m_vecTriPos[slot] = static_cast<std::uint32_t>(k);
+        }
+        if (n->m_pChild) {
+            for (int i = 8; i-- > 0;) {
+                stack.emplace_back(&n->m_pChild[i], id);
+            }
+        }
+    }
+}
+
+bool CKivPlanIndex::ReportedBy(const _sTri* t, const CKivOctBox& q) const
+{
+    for (std::int32_t id = static_cast<std::int32_t>(m_vecTriNode[static_cast<std::size_t>(t->nPos)]); id >= 0;
+         id = m_vecNode[static_cast<std::size_t>(id)].nParent) {
+        if (!m_vecNode[static_cast<std::size_t>(id)].pNode->m_box.Overlaps(q)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void CKivPlanIndex::CandidatesInBox(double x0, double y0, double x1, double y1, std::vector<_sTri*>& out) const
+{
+    out.assign(m_vecWide.begin(), m_vecWide.end());
+    if (m_dX1 >= m_dX0 && x1 >= m_dX0 && x0 <= m_dX1 && y1 >= m_dY0 && y0 <= m_dY1) {
+        const std::size_t i0 = CellX(x0), i1 = CellX(x1), j0 = CellY(y0), j1 = CellY(y1);
+        for (std::size_t j = j0; j <= j1; ++j) {
+            for (std::size_t i = i0; i <= i1; ++i) {
+                const std::size_t c = i + j * m_nX;
+                out.insert(out.end(), m_vecEntry.begin() + m_vecStart[c], m_vecEntry.begin() + m_vecStart[c + 1]);
+            }
+        }
+    }
+    std::sort(out.begin(), out.end(), std::less<_sTri*>());
+    out.erase(std::unique(out.begin(), out.end()), out.end());
 }
 
 } // namespace TriMesh
