@@ -198,7 +198,17 @@ CKivMeshQuery::eTriHitMesh CKivMeshQuery::CastProbes(const CKivPoint3d& p, const
         nearest = nullptr;
         nearestDist2 = DBL_MAX;
         bool inPlane = false;
-        for (const _sTri* t : cand) {
+        for (std::size_t i = 0; i < cand.size(); ++i) {
+            // The candidates are scattered in memory: fetch a few ahead.
+            if (i + 8 < cand.size()) {
+                __builtin_prefetch(cand[i + 8]);
+            }
+            if (i + 4 < cand.size()) {
+                for (const _sVertex* v : cand[i + 4]->pVt) {
+                    __builtin_prefetch(v);
+                }
+            }
+            const _sTri* t = cand[i];
             CKivPoint3d hit;
             const int res =
                 SpaceMathInline::HitTriangle(p, r, t->pVt[0]->pt, t->pVt[1]->pt, t->pVt[2]->pt, hit, false, false);

@@ -23,6 +23,33 @@ constexpr double kThird = 0.3333333333333333;
 // pieces, so that one huge box does not collect the whole mesh.
 constexpr double kLongSegRatio = 8.0;
 
+// Appends the triangles of the nodes under n that meet, together with all
+// their ancestors, one of the boxes whose bit is set in live.
+void CollectAlong(const CKivOctNode& n, const CKivOctBox* boxes, unsigned live, std::vector<_sTri*>& out)
+{
+    if (n.m_nSubTri == 0) {
+        return;
+    }
+    unsigned meet = 0;
+    for (unsigned rest = live; rest; rest &= rest - 1u) {
+        const unsigned i = static_cast<unsigned>(__builtin_ctz(rest));
+        // The subtree hull holds the box of every node below that stores
+        // triangles: a box that misses it has nothing to report here.
+        if (n.m_box.Overlaps(boxes[i]) && n.m_boxSub.Overlaps(boxes[i])) {
+            meet |= 1u << i;
+        }
+    }
+    if (!meet) {
+        return;
+    }
+    out.insert(out.end(), n.m_vecTri.begin(), n.m_vecTri.end());
+    if (n.m_pChild) {
+        for (int i = 0; i < 8; ++i) {
+            CollectAlong(n.m_pChild[i], boxes, meet, out);
+        }
+    }
+}
+
 } // namespace
 
 void CKivMeshQuery::FindTriByShortSeg(const CKivPoint3d& p1, const CKivPoint3d& p2, std::vector<_sTri*>& out) const
@@ -54,9 +81,18 @@ void CKivMeshQuery::FindTriBySeg(const CKivPoint3d& p1, const CKivPoint3d& p2, s
             }
         }
     }
-    for (std::size_t i = 0; i + 1 < pts.size(); ++i) {
-        FindTriByShortSeg(pts[i], pts[i + 1], out);
+    // One walk of the tree for all pieces: a node is reported when it and
+    // all its ancestors meet one piece's box, exactly as when each piece's
+    // box is queried on its own (FindTriByShortSeg), but each node is
+    // visited once.
+    CKivOctBox boxes[16];
+    const std::size_t nBox = pts.size() - 1;
+    for (std::size_t i = 0; i < nBox; ++i) {
+        const CKivPoint3d &a = pts[i], &b = pts[i + 1];
+        boxes[i] = CKivOctBox{{std::min(a.x, b.x), std::min(a.y, b.y), std::min(a.z, b.z)},
+                              {std::max(a.x, b.x), std::max(a.y, b.y), std::max(a.z, b.z)}};
     }
+    CollectAlong(*m_pMesh->m_pOctTree->Root(), boxes, (1u << nBox) - 1u, out);
     std::sort(out.begin(), out.end(), std::less<_sTri*>());
     out.erase(std::unique(out.begin(), out.end()), out.end());
 }

@@ -4,7 +4,8 @@
 // Why: the octree covers the mesh extent, and right after a triangulation the
 // extent still holds the far-away corners of the bounding triangle, so the
 // deepest octree columns can hold thousands of triangles each. The grid is
-// laid over the triangles themselves, one cell per two triangles or so.
+// laid over the triangles themselves, about one cell per triangle, and a cell lists only the
+// triangles whose footprint (grown by the margin below) meets it.
 //
 // What it answers: every triangle that the octree has indexed and whose
 // plan box, widened by a margin, holds (x, y). The margin covers the
