@@ -184,6 +184,7 @@ CKivMeshQuery::eTriHitMesh CKivMeshQuery::CastProbes(const CKivPoint3d& p, const
     const std::vector<_sTri*>& tris = m_pMesh->m_vecTri;
     const std::size_t n = tris.size();
     std::vector<_sTri*> cand;
+    cand.reserve(256);
     for (; k < n; ++k) {
         const _sTri* target = tris[k];
         if (!target) {

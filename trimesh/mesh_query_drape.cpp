@@ -24,9 +24,12 @@ constexpr double kThird = 0.3333333333333333;
 constexpr double kLongSegRatio = 8.0;
 
 // Appends the triangles of the nodes under n that meet, together with all
-// their ancestors, one of the boxes whose bit is set in live.
-void CollectAlong(const CKivOctNode& n, const CKivOctBox* boxes, unsigned live, std::vector<_sTri*>& out)
+// their ancestors, one of the boxes whose bit is set in live; counts the
+// nodes visited.
+void CollectAlong(const CKivOctNode& n, const CKivOctBox* boxes, unsigned live, std::vector<_sTri*>& out,
+                  std::size_t& visits)
 {
+    ++visits;
     if (n.m_nSubTri == 0) {
         return;
     }
@@ -45,7 +48,7 @@ void CollectAlong(const CKivOctNode& n, const CKivOctBox* boxes, unsigned live, 
     out.insert(out.end(), n.m_vecTri.begin(), n.m_vecTri.end());
     if (n.m_pChild) {
         for (int i = 0; i < 8; ++i) {
-            CollectAlong(n.m_pChild[i], boxes, meet, out);
+            CollectAlong(n.m_pChild[i], boxes, meet, out, visits);
         }
     }
 }
@@ -73,26 +76,41 @@ void CKivMeshQuery::FindTriBySeg(const CKivPoint3d& p1, const CKivPoint3d& p2, s
     }
     const double len = p1.Distance(p2);
     const double diag = m_pMesh->m_ptMin.Distance(m_pMesh->m_ptMax);
-    std::vector<CKivPoint3d> pts{p1, p2};
+    // The end points, or 17 points from four passes of inserting midpoints
+    // between neighbours (filled in place, the same values in the same
+    // order of operations).
+    CKivPoint3d pts[17];
+    std::size_t nPts = 2;
+    pts[0] = p1;
+    pts[1] = p2;
     if (diag / len < kLongSegRatio) {
-        for (int pass = 0; pass < 4; ++pass) {
-            for (std::size_t i = pts.size() - 1; i > 0; --i) {
-                pts.insert(pts.begin() + static_cast<std::ptrdiff_t>(i), (pts[i - 1] + pts[i]) * 0.5);
+        pts[16] = p2;
+        for (std::size_t step = 8; step > 0; step /= 2) {
+            for (std::size_t i = step; i < 16; i += 2 * step) {
+                pts[i] = (pts[i - step] + pts[i + step]) * 0.5;
             }
         }
+        nPts = 17;
     }
     // One walk of the tree for all pieces: a node is reported when it and
     // all its ancestors meet one piece's box, exactly as when each piece's
     // box is queried on its own (FindTriByShortSeg), but each node is
     // visited once.
     CKivOctBox boxes[16];
-    const std::size_t nBox = pts.size() - 1;
+    const std::size_t nBox = nPts - 1;
     for (std::size_t i = 0; i < nBox; ++i) {
         const CKivPoint3d &a = pts[i], &b = pts[i + 1];
         boxes[i] = CKivOctBox{{std::min(a.x, b.x), std::min(a.y, b.y), std::min(a.z, b.z)},
                               {std::max(a.x, b.x), std::max(a.y, b.y), std::max(a.z, b.z)}};
     }
-    CollectAlong(*m_pMesh->m_pOctTree->Root(), boxes, (1u << nBox) - 1u, out);
+    const unsigned all = (1u << nBox) - 1u;
+    if (const CKivPlanIndex* grid = PlanIndex(0)) {
+        grid->CollectAlong(boxes, all, out);
+    } else {
+        std::size_t work = 0;
+        CollectAlong(*m_pMesh->m_pOctTree->Root(), boxes, all, out, work);
+        PlanIndex(work + out.size());
+    }
     std::sort(out.begin(), out.end(), std::less<_sTri*>());
     out.erase(std::unique(out.begin(), out.end()), out.end());
 }

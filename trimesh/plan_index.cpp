@@ -176,32 +176,73 @@ void CKivPlanIndex::RecordOctreeOrder(const std::vector<_sTri*>& tris, const CKi
     m_vecTriNode.assign(tris.size(), 0);
     m_vecTriPos.assign(tris.size(), 0);
     m_bOrdered = true;
-    // Depth first, each node before its children, as the queries walk.
-    std::vector<std::pair<const CKivOctNode*, std::int32_t>> stack{{&root, -1}};
+    // Depth first, each node before its children, as the queries walk;
+    // nodes without triangles below them are left out, as the walks skip
+    // them.
+    struct SVisit {
+        const CKivOctNode* n;
+        std::int32_t parent;
+        std::int32_t depth;
+    };
+    std::vector<SVisit> stack{{&root, -1, 0}};
+    std::vector<std::uint32_t> open; // nodes whose subtree has not ended yet
     while (!stack.empty()) {
-        const CKivOctNode* n = stack.back().first;
-        const std::int32_t parent = stack.back().second;
+        const SVisit v = stack.back();
         stack.pop_back();
-        if (n->m_nSubTri == 0) {
+        if (v.n->m_nSubTri == 0) {
             continue;
         }
-        const std::int32_t id = static_cast<std::int32_t>(m_vecNode.size());
-        m_vecNode.push_back(SNode{n, parent});
-        for (std::size_t k = 0; k < n->m_vecTri.size(); ++k) {
-            const _sTri* t = n->m_vecTri[k];
+        const std::uint32_t id = static_cast<std::uint32_t>(m_vecNode.size());
+        while (!open.empty() && m_vecNode[open.back()].nDepth >= v.depth) {
+            m_vecNode[open.back()].nSkip = id;
+            open.pop_back();
+        }
+        open.push_back(id);
+        m_vecNode.push_back(SNode{v.n, v.parent, v.depth, 0, v.n->m_box, v.n->m_boxSub});
+        for (std::size_t k = 0; k < v.n->m_vecTri.size(); ++k) {
+            const _sTri* t = v.n->m_vecTri[k];
             const std::size_t slot = static_cast<std::size_t>(t->nPos);
             if (t->nPos < 0 || slot >= tris.size() || tris[slot] != t) {
                 m_bOrdered = false;
                 continue;
             }
-            m_vecTriNode[slot] = static_cast<std::uint32_t>(id);
+            m_vecTriNode[slot] = id;
             m_vecTriPos[slot] = static_cast<std::uint32_t>(k);
         }
-        if (n->m_pChild) {
+        if (v.n->m_pChild) {
             for (int i = 8; i-- > 0;) {
-                stack.emplace_back(&n->m_pChild[i], id);
+                stack.push_back(SVisit{&v.n->m_pChild[i], static_cast<std::int32_t>(id), v.depth + 1});
             }
         }
+    }
+    for (const std::uint32_t id : open) {
+        m_vecNode[id].nSkip = static_cast<std::uint32_t>(m_vecNode.size());
+    }
+}
+
+void CKivPlanIndex::CollectAlong(const CKivOctBox* boxes, unsigned live, std::vector<_sTri*>& out) const
+{
+    // inherited[d]: the boxes that every ancestor of the current node at
+    // depth d meets (set by its parent, the last node visited at d - 1).
+    unsigned inherited[kMaxOctDepth + 2];
+    inherited[0] = live;
+    for (std::size_t id = 0; id < m_vecNode.size();) {
+        const SNode& node = m_vecNode[id];
+        unsigned meet = 0;
+        for (unsigned rest = inherited[node.nDepth]; rest; rest &= rest - 1u) {
+            const unsigned i = static_cast<unsigned>(__builtin_ctz(rest));
+            if (node.box.Overlaps(boxes[i]) && node.boxSub.Overlaps(boxes[i])) {
+                meet |= 1u << i;
+            }
+        }
+        if (!meet) {
+            id = node.nSkip;
+            continue;
+        }
+        const std::vector<_sTri*>& tris = node.pNode->m_vecTri;
+        out.insert(out.end(), tris.begin(), tris.end());
+        inherited[node.nDepth + 1] = meet;
+        ++id;
     }
 }
 

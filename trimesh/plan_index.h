@@ -25,15 +25,13 @@
 #include <kivgeo/export.h>
 #include <kivgeo/mesh_data.h>
 
+#include "trimesh/oct_tree.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
 namespace TriMesh {
-
-class CKivOctTree;
-class CKivOctNode;
-struct CKivOctBox;
 
 class KIVGEO_API CKivPlanIndex {
 public:
@@ -75,6 +73,12 @@ public:
         return (static_cast<std::uint64_t>(m_vecTriNode[slot]) << 32) | (0xFFFFFFFFu - m_vecTriPos[slot]);
     }
 
+    // The octree walk of CKivMeshQuery::FindTriBySeg over the copy of the
+    // tree kept here (contiguous, so much faster to walk): appends the
+    // triangles of the nodes that, together with all their ancestors, meet
+    // one of the boxes whose bit is set in live (at most 16 boxes).
+    void CollectAlong(const CKivOctBox* boxes, unsigned live, std::vector<_sTri*>& out) const;
+
     std::size_t CellCount() const { return m_nX * m_nY; }
     std::size_t EntryCount() const { return m_vecEntry.size(); }
     std::size_t WideCount() const { return m_vecWide.size(); }
@@ -110,6 +114,14 @@ private:
     struct SNode {
         const CKivOctNode* pNode;
         std::int32_t nParent;
+        // Depth below the root, and the number of the first node after this
+        // node's subtree.
+        std::int32_t nDepth;
+        std::uint32_t nSkip;
+        // Copies of the node's box and subtree hull, for walks that touch
+        // this array only.
+        CKivOctBox box;
+        CKivOctBox boxSub;
     };
     std::vector<SNode> m_vecNode;
     std::vector<std::uint32_t> m_vecTriNode;
