@@ -1,24 +1,33 @@
-// Uniform plan grid over the triangles of a mesh, for the elevation query.
+// Search aids for the mesh queries, built together on demand: a uniform
+// plan grid over the triangles, and a contiguous copy of the octree's shape.
 // Not installed; exported only so that the test suite can build one.
 //
 // Why: the octree covers the mesh extent, and right after a triangulation the
 // extent still holds the far-away corners of the bounding triangle, so the
 // deepest octree columns can hold thousands of triangles each. The grid is
-// laid over the triangles themselves, about one cell per triangle, and a cell lists only the
-// triangles whose footprint (grown by the margin below) meets it.
+// laid over the triangles themselves, about one cell per triangle, and a
+// cell lists only the triangles whose footprint (grown by the margin below)
+// meets it.
 //
-// What it answers: every triangle that the octree has indexed and whose
-// plan box, widened by a margin, holds (x, y). The margin covers the
+// What the grid answers: every triangle that the octree has indexed and
+// whose footprint, grown by a margin, holds (x, y). The margin covers the
 // tolerance with which the line-triangle test accepts a hit just outside a
 // triangle (barycentric slack of 1e-6, so at most a few millionths of the
 // triangle's size) with a factor of ten to spare, so every triangle that can
-// give a proper vertical hit at (x, y) is reported. Triangles the octree
-// does not hold are left out, as the octree query leaves them out; triangles
-// with non-finite boxes, or boxes over very many cells, sit in a short list
-// that every query reports.
+// give a proper vertical hit at (x, y) is reported; steep triangles, draped
+// by a wall cut with absolute tolerances, get 1e-5 more. Triangles the
+// octree does not hold are left out, as its queries leave them out;
+// triangles with non-finite boxes, or boxes over very many cells, sit in a
+// short list that every query reports.
 //
-// The mesh owns the grid (CKivMeshData::m_pPlanIndex) and drops it on every
-// change of its triangles, its vertex positions or its octree.
+// The octree copy records, per node in the order the octree's queries walk
+// them, its boxes, its parent and the end of its subtree, and per triangle
+// its node and its place in that node's list. Draping uses it to put the
+// triangles found through the grid into the octree's order; the segment
+// search walks it instead of the tree (same nodes, far fewer cache misses).
+//
+// The mesh owns the aids (CKivMeshData::m_pPlanIndex) and drops them on
+// every change of its triangles, its vertex positions or its octree.
 #ifndef KIVGEO_TRIMESH_PLAN_INDEX_H
 #define KIVGEO_TRIMESH_PLAN_INDEX_H
 
