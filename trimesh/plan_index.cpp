@@ -24,26 +24,41 @@ struct SPlanBox {
     _sTri* t;
 };
 
-// Whether the triangle's plan footprint, grown by margin, may meet the box
-// (cx0, cy0)-(cx1, cy1): a separating-axis test on its three edge normals
-// (the box axes are settled by the cell range already). Degenerate edges
-// separate nothing, so a degenerate triangle meets every cell of its box.
-bool FootprintMeets(const _sTri& t, double margin, double cx0, double cy0, double cx1, double cy1)
-{
-    const double mx = 0.5 * (cx0 + cx1), my = 0.5 * (cy0 + cy1), hx = 0.5 * (cx1 - cx0), hy = 0.5 * (cy1 - cy0);
-    for (int e = 0; e < 3; ++e) {
-        const CKivPoint3d& p = t.pVt[e]->pt;
-        const CKivPoint3d& q = t.pVt[(e + 1) % 3]->pt;
-        const CKivPoint3d& r = t.pVt[(e + 2) % 3]->pt;
-        const double nx = p.y - q.y, ny = q.x - p.x;
-        const double a = nx * (p.x - mx) + ny * (p.y - my), b = nx * (r.x - mx) + ny * (r.y - my);
-        const double reach = hx * std::fabs(nx) + hy * std::fabs(ny) + margin * std::sqrt(nx * nx + ny * ny);
-        if (std::min(a, b) > reach || std::max(a, b) < -reach) {
-            return false;
+// The triangle's plan footprint, grown by a margin, for separating-axis
+// tests against cells (the cell range settles the box axes): per edge its
+// normal and the footprint's extent along it, relative to an origin near
+// the grid so that far-off coordinates keep their precision. A degenerate
+// edge separates nothing, so a degenerate triangle meets every cell of its
+// box.
+struct SFootprint {
+    double nx[3], ny[3], lo[3], hi[3];
+
+    SFootprint(const _sTri& t, double margin, double ox, double oy)
+    {
+        for (int e = 0; e < 3; ++e) {
+            const CKivPoint3d& p = t.pVt[e]->pt;
+            const CKivPoint3d& q = t.pVt[(e + 1) % 3]->pt;
+            const CKivPoint3d& r = t.pVt[(e + 2) % 3]->pt;
+            nx[e] = p.y - q.y, ny[e] = q.x - p.x;
+            const double a = nx[e] * (p.x - ox) + ny[e] * (p.y - oy), b = nx[e] * (r.x - ox) + ny[e] * (r.y - oy);
+            const double grow = margin * std::sqrt(nx[e] * nx[e] + ny[e] * ny[e]);
+            lo[e] = std::min(a, b) - grow;
+            hi[e] = std::max(a, b) + grow;
         }
     }
-    return true;
-}
+    // The cell with centre (mx, my) and half sizes hx, hy, relative to the
+    // same origin.
+    bool Meets(double mx, double my, double hx, double hy) const
+    {
+        for (int e = 0; e < 3; ++e) {
+            const double c = nx[e] * mx + ny[e] * my, reach = hx * std::fabs(nx[e]) + hy * std::fabs(ny[e]);
+            if (c + reach < lo[e] || c - reach > hi[e]) {
+                return false;
+            }
+        }
+        return true;
+    }
+};
 
 } // namespace
 
@@ -120,15 +135,22 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
     // taken 1 % larger than it is, so that the rounding of CellX() and
     // CellY() never puts a point into a cell that misses its triangle.
     const double cw = w > 0.0 ? w / nx : 0.0, ch = h > 0.0 ? h / ny : 0.0;
-    const auto Meets = [&](const SPlanBox& pb, std::size_t k, std::size_t j) {
-        if (m_nX * m_nY == 1) {
-            return true;
+    const auto ForCells = [&](const SPlanBox& pb, std::size_t i0, std::size_t i1, std::size_t j0, std::size_t j1,
+                              auto&& f) {
+        if (i0 == i1 && j0 == j1) {
+            f(i0 + j0 * m_nX); // the only cell its box meets
+            return;
         }
-        const double cx0 = gx0 + (static_cast<double>(k) - 0.01) * cw,
-                     cx1 = gx0 + (static_cast<double>(k) + 1.01) * cw;
-        const double cy0 = gy0 + (static_cast<double>(j) - 0.01) * ch,
-                     cy1 = gy0 + (static_cast<double>(j) + 1.01) * ch;
-        return FootprintMeets(*pb.t, pb.margin, cx0, cy0, cx1, cy1);
+        const SFootprint foot(*pb.t, pb.margin, gx0, gy0);
+        const double hx = 0.51 * cw, hy = 0.51 * ch;
+        for (std::size_t j = j0; j <= j1; ++j) {
+            const double my = (static_cast<double>(j) + 0.5) * ch;
+            for (std::size_t k = i0; k <= i1; ++k) {
+                if (foot.Meets((static_cast<double>(k) + 0.5) * cw, my, hx, hy)) {
+                    f(k + j * m_nX);
+                }
+            }
+        }
     };
 
     // Two passes: count per cell, then fill (entries stay in mesh order).
@@ -143,11 +165,7 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
             m_vecWide.push_back(pb.t);
             continue;
         }
-        for (std::size_t j = j0; j <= j1; ++j) {
-            for (std::size_t k = i0; k <= i1; ++k) {
-                count[k + j * m_nX] += Meets(pb, k, j);
-            }
-        }
+        ForCells(pb, i0, i1, j0, j1, [&](std::size_t c) { ++count[c]; });
     }
     m_vecStart.assign(cells + 1, 0);
     for (std::size_t c = 0; c < cells; ++c) {
@@ -161,13 +179,7 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
         }
         const SPlanBox& pb = boxes[i];
         const std::size_t i0 = CellX(pb.x0), i1 = CellX(pb.x1), j0 = CellY(pb.y0), j1 = CellY(pb.y1);
-        for (std::size_t j = j0; j <= j1; ++j) {
-            for (std::size_t k = i0; k <= i1; ++k) {
-                if (Meets(pb, k, j)) {
-                    m_vecEntry[count[k + j * m_nX]++] = pb.t;
-                }
-            }
-        }
+        ForCells(pb, i0, i1, j0, j1, [&](std::size_t c) { m_vecEntry[count[c]++] = pb.t; });
     }
 }
 
