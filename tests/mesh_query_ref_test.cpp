@@ -1,5 +1,6 @@
 // The query's hashed and gridded paths against plain versions written from
 // the algorithm text: the same answers, in the same order, on random meshes.
+#include <kivgeo/delaunay.h>
 #include <kivgeo/mesh_query.h>
 #include <kivgeo/spacemath.h>
 
@@ -326,6 +327,94 @@ TEST(MeshQueryRef, SegmentSearchEqualsOneQueryPerPiece)
         const auto r0 = q.HitTestPt(a);
         ins.BuildPlanIndex();
         ASSERT_EQ(q.HitTestPt(a), r0);
+    }
+}
+
+TEST(MeshQueryRef, TriangulatedSurfaces)
+{
+    std::mt19937 rng(37);
+    for (const double scale : {1.0, 1e4}) {
+        for (const double offset : {0.0, 1e6}) {
+            // Random boreholes; the extent (and the octree) still reaches the
+            // corners of the triangulator's bounding triangle.
+            CKivMeshData mesh;
+            {
+                TriMesh::CKivDelaunay tin(mesh);
+                std::uniform_real_distribution<double> u(0.0, 100.0);
+                for (int i = 0; i < 1500; ++i) {
+                    const double x = u(rng), y = u(rng);
+                    tin.AddVertex(
+                        P(offset + scale * x, offset + scale * y, scale * std::sin(0.1 * x) * std::cos(0.07 * y)));
+                }
+                ASSERT_TRUE(tin.Delaunay());
+            }
+            CKivMeshDataInspector ins(mesh);
+            CKivMeshQuery q(mesh);
+            std::vector<CKivTri3d> tris;
+            mesh.OutputData(tris);
+
+            // Every corner lies on the surface at its own height.
+            ins.BuildPlanIndex();
+            for (const CKivTri3d& t : tris) {
+                for (const CKivPoint3d& c : t.m_pt) {
+                    double z = 0.0;
+                    ASSERT_TRUE(q.GetMapPoint(c.x, c.y, z));
+                    ASSERT_NEAR(z, c.z, 1e-9 * scale);
+                }
+            }
+            // The grid gives the octree's answers.
+            const std::vector<CKivPoint3d> pts = QueryPoints(rng, tris, scale, offset, 100);
+            for (std::size_t i = 0; i < pts.size(); i += 3) {
+                double zr = -7.0, zf = -7.0;
+                const bool r = RefMapPoint(q, pts[i].x, pts[i].y, zr);
+                ASSERT_EQ(q.GetMapPoint(pts[i].x, pts[i].y, zf), r);
+                ASSERT_EQ(zf, zr);
+            }
+
+            // The outline: closed rings whose signed areas add up to the
+            // area of the triangles (the triangulator's are counter-clockwise).
+            std::vector<CKivPolyLine> outline;
+            q.GetOutline(outline);
+            ASSERT_FALSE(outline.empty());
+            double ringArea = 0.0, triArea = 0.0;
+            for (const CKivPolyLine& l : outline) {
+                EXPECT_TRUE(l.IsClosed());
+                ringArea += l.GetArea();
+            }
+            for (const CKivTri3d& t : tris) {
+                const CKivPoint3d &a = t.m_pt[0], &b = t.m_pt[1], &c = t.m_pt[2];
+                triArea += 0.5 * ((b.x - a.x) * (c.y - a.y) - (b.y - a.y) * (c.x - a.x));
+            }
+            // The shoelace sum over coordinates near 1e6 cancels badly: allow
+            // for that.
+            EXPECT_NEAR(ringArea, triArea, 1e-9 * triArea + 1e-15 * offset * offset);
+
+            // Draping across it, through the octree and through the grid.
+            const std::vector<CKivPoint3d> line{P(offset - 5 * scale, offset + 20 * scale),
+                                                P(offset + 50 * scale, offset + 70 * scale),
+                                                P(offset + 105 * scale, offset + 10 * scale)};
+            std::vector<CKivSeg3d> want;
+            RefMapLineSeg(mesh, line[0], line[1], want);
+            RefMapLineSeg(mesh, line[1], line[2], want);
+            ASSERT_GT(want.size(), 50u);
+            for (const bool grid : {false, true}) {
+                if (grid) {
+                    ins.BuildPlanIndex();
+                } else {
+                    ins.DropPlanIndex();
+                }
+                std::vector<CKivSeg3d> got;
+                ASSERT_TRUE(q.GetMapPolyline(line, false, got));
+                ASSERT_EQ(got.size(), want.size());
+                for (std::size_t i = 0; i < got.size(); ++i) {
+                    ASSERT_EQ(got[i].m_pt[0].x, want[i].m_pt[0].x);
+                    ASSERT_EQ(got[i].m_pt[1].z, want[i].m_pt[1].z);
+                }
+            }
+            std::vector<CKivPolyLine> lines;
+            ASSERT_TRUE(q.GetMapPolyline(line, false, lines));
+            EXPECT_EQ(lines.size(), 1u);
+        }
     }
 }
 
