@@ -1,6 +1,7 @@
 #include <kivgeo/mesh_data.h>
 
 #include "trimesh/oct_tree.h"
+#include "trimesh/plan_index.h"
 #include "trimesh/prefetch.h"
 #include "trimesh/tri_pool.h"
 #include "trimesh/vertex_index.h"
@@ -34,7 +35,8 @@ inline void PrefetchCorners(const _sTri* t)
 
 CKivMeshData::CKivMeshData()
     : m_pOctTree(nullptr), m_ptMax(-DBL_MAX, -DBL_MAX, -DBL_MAX), m_ptMin(DBL_MAX, DBL_MAX, DBL_MAX),
-      m_pVertexIndex(new CKivVertexIndex), m_nDeadTri(0), m_nFirstDeadTri(kNoDeadTri), m_pTriPool(new CKivTriPool)
+      m_pVertexIndex(new CKivVertexIndex), m_nDeadTri(0), m_nFirstDeadTri(kNoDeadTri), m_pPlanIndex(nullptr),
+      m_nPlanWork(0), m_pTriPool(new CKivTriPool)
 {
 }
 
@@ -287,6 +289,7 @@ _sTri* CKivMeshData::FindTriCoEdge(const _sVertex* a, const _sVertex* b, const _
 
 void CKivMeshData::ResetOctTree()
 {
+    DropPlanIndex();
     CompactTris();
     delete m_pOctTree;
     m_pOctTree = nullptr;
@@ -310,6 +313,7 @@ void CKivMeshData::AddTri(_sVertex* a, _sVertex* b, _sVertex* c)
     t->pVt[0] = a;
     t->pVt[1] = b;
     t->pVt[2] = c;
+    DropPlanIndex();
     t->nPos = static_cast<std::int32_t>(m_vecTri.size());
     m_vecTri.push_back(t);
     a->vecTri.push_back(t);
@@ -325,6 +329,7 @@ void CKivMeshData::DelTri(_sTri* t)
     if (!t) {
         return;
     }
+    DropPlanIndex();
     if (m_pOctTree) {
         m_pOctTree->Remove(t, CKivOctBox::OfTri(*t));
     }
@@ -401,6 +406,7 @@ void CKivMeshData::DelVoidVet()
 
 void CKivMeshData::ClearTriData()
 {
+    DropPlanIndex();
     m_pTriPool->Clear();
     std::vector<_sTri*>().swap(m_vecTri);
     m_nDeadTri = 0;
@@ -426,6 +432,19 @@ _sVertex* CKivMeshData::NewVertex(const CKivPoint3d& p)
 void CKivMeshData::InvalidateVertexIndex()
 {
     m_pVertexIndex->Invalidate();
+    DropPlanIndex(); // moved vertices move triangles
+}
+
+void CKivMeshData::DropPlanIndex()
+{
+    // Runs on every AddTri and DelTri: plain loads first, the rare drop
+    // after. Edits are never concurrent with queries, so this is safe.
+    if (m_pPlanIndex.load(std::memory_order_relaxed)) {
+        delete m_pPlanIndex.exchange(nullptr);
+    }
+    if (m_nPlanWork.load(std::memory_order_relaxed) != 0) {
+        m_nPlanWork.store(0, std::memory_order_relaxed);
+    }
 }
 
 void CKivMeshData::CompactTris()

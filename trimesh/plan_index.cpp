@@ -1,0 +1,288 @@
+#include "trimesh/plan_index.h"
+
+#include "trimesh/oct_tree.h"
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <utility>
+
+namespace TriMesh {
+
+namespace {
+
+// A triangle whose widened box covers more cells than this goes to the list
+// every query reports instead of into the cells.
+constexpr std::size_t kMaxCellsPerTri = 256;
+// Cells per indexed triangle, and the most cells a grid may have.
+constexpr double kCellsPerTri = 1.0;
+constexpr std::size_t kMaxCells = std::size_t(1) << 24;
+
+struct SPlanBox {
+    double x0, x1, y0, y1;
+    double margin;
+    _sTri* t;
+};
+
+// The triangle's plan footprint, grown by a margin, for separating-axis
+// tests against cells (the cell range settles the box axes): per edge its
+// normal and the footprint's extent along it, relative to an origin near
+// the grid so that far-off coordinates keep their precision. A degenerate
+// edge separates nothing, so a degenerate triangle meets every cell of its
+// box.
+struct SFootprint {
+    double nx[3], ny[3], lo[3], hi[3];
+
+    SFootprint(const _sTri& t, double margin, double ox, double oy)
+    {
+        for (int e = 0; e < 3; ++e) {
+            const CKivPoint3d& p = t.pVt[e]->pt;
+            const CKivPoint3d& q = t.pVt[(e + 1) % 3]->pt;
+            const CKivPoint3d& r = t.pVt[(e + 2) % 3]->pt;
+            nx[e] = p.y - q.y, ny[e] = q.x - p.x;
+            const double a = nx[e] * (p.x - ox) + ny[e] * (p.y - oy), b = nx[e] * (r.x - ox) + ny[e] * (r.y - oy);
+            const double grow = margin * std::sqrt(nx[e] * nx[e] + ny[e] * ny[e]);
+            lo[e] = std::min(a, b) - grow;
+            hi[e] = std::max(a, b) + grow;
+        }
+    }
+    // The cell with centre (mx, my) and half sizes hx, hy, relative to the
+    // same origin.
+    bool Meets(double mx, double my, double hx, double hy) const
+    {
+        for (int e = 0; e < 3; ++e) {
+            const double c = nx[e] * mx + ny[e] * my, reach = hx * std::fabs(nx[e]) + hy * std::fabs(ny[e]);
+            if (c + reach < lo[e] || c - reach > hi[e]) {
+                return false;
+            }
+        }
+        return true;
+    }
+};
+
+} // namespace
+
+CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree& tree)
+{
+    m_vecStart.assign(2, 0);
+    const CKivOctNode* root = tree.Root();
+    if (!root) {
+        return;
+    }
+    RecordOctreeOrder(tris, *root);
+    std::vector<SPlanBox> boxes;
+    boxes.reserve(tris.size());
+    double gx0 = HUGE_VAL, gx1 = -HUGE_VAL, gy0 = HUGE_VAL, gy1 = -HUGE_VAL;
+    for (_sTri* t : tris) {
+        if (!t) {
+            continue;
+        }
+        const CKivOctBox b = CKivOctBox::OfTri(*t);
+        if (!root->m_box.Contains(b)) {
+            continue; // not in the octree, so never a candidate there either
+        }
+        // The line test accepts hits up to a barycentric slack of 1e-6 outside
+        // the triangle; in plan that is within 1e-6 times the sum of two edge
+        // spans. Ten times that, plus a few ulps of the coordinates for the
+        // rounding of the hit point, bounds every accepted hit.
+        const double span = (b.dMax[0] - b.dMin[0]) + (b.dMax[1] - b.dMin[1]) + (b.dMax[2] - b.dMin[2]);
+        const double mag =
+            std::fabs(b.dMin[0]) + std::fabs(b.dMax[0]) + std::fabs(b.dMin[1]) + std::fabs(b.dMax[1]);
+        double margin = 1e-5 * span + 1e-12 * mag;
+        // Steep triangles are draped by cutting them against a wall, with
+        // that test's absolute tolerances: widen their boxes by more.
+        const CGeoVector n = CGeoVector(t->pVt[1]->pt - t->pVt[0]->pt) ^ CGeoVector(t->pVt[2]->pt - t->pVt[0]->pt);
+        if (!(n.z * n.z >= 1e-6 * n.Length2())) {
+            margin += 1e-5;
+        }
+        const SPlanBox pb{
+            b.dMin[0] - margin, b.dMax[0] + margin, b.dMin[1] - margin, b.dMax[1] + margin, margin, t};
+        if (!(std::isfinite(pb.x0) && std::isfinite(pb.x1) && std::isfinite(pb.y0) && std::isfinite(pb.y1))) {
+            m_vecWide.push_back(t);
+            continue;
+        }
+        boxes.push_back(pb);
+        gx0 = std::min(gx0, pb.x0), gx1 = std::max(gx1, pb.x1);
+        gy0 = std::min(gy0, pb.y0), gy1 = std::max(gy1, pb.y1);
+    }
+    const double w = gx1 - gx0, h = gy1 - gy0;
+    if (boxes.empty() || !std::isfinite(w) || !std::isfinite(h)) {
+        for (const SPlanBox& pb : boxes) {
+            m_vecWide.push_back(pb.t);
+        }
+        return;
+    }
+    // Square cells where the shape allows, about one per triangle.
+    const double target =
+        std::min(static_cast<double>(kMaxCells), std::max(1.0, kCellsPerTri * static_cast<double>(boxes.size())));
+    double nx = 1.0, ny = 1.0;
+    if (w > 0.0 && h > 0.0) {
+        nx = std::max(1.0, std::min(target, std::round(std::sqrt(target * w / h))));
+        ny = std::max(1.0, std::min(target, std::round(target / nx)));
+    } else if (w > 0.0) {
+        nx = target;
+    } else if (h > 0.0) {
+        ny = target;
+    }
+    m_nX = static_cast<std::size_t>(nx);
+    m_nY = static_cast<std::size_t>(ny);
+    m_dX0 = gx0, m_dX1 = gx1, m_dY0 = gy0, m_dY1 = gy1;
+    m_dInvX = w > 0.0 ? nx / w : 0.0;
+    m_dInvY = h > 0.0 ? ny / h : 0.0;
+
+    // A cell holds the triangles whose grown footprint meets it, not all
+    // whose box does: about half as many candidates per query. The cell is
+    // taken 1 % larger than it is, so that the rounding of CellX() and
+    // CellY() never puts a point into a cell that misses its triangle.
+    const double cw = w > 0.0 ? w / nx : 0.0, ch = h > 0.0 ? h / ny : 0.0;
+    const auto ForCells = [&](const SPlanBox& pb, std::size_t i0, std::size_t i1, std::size_t j0, std::size_t j1,
+                              auto&& f) {
+        if (i0 == i1 && j0 == j1) {
+            f(i0 + j0 * m_nX); // the only cell its box meets
+            return;
+        }
+        const SFootprint foot(*pb.t, pb.margin, gx0, gy0);
+        const double hx = 0.51 * cw, hy = 0.51 * ch;
+        for (std::size_t j = j0; j <= j1; ++j) {
+            const double my = (static_cast<double>(j) + 0.5) * ch;
+            for (std::size_t k = i0; k <= i1; ++k) {
+                if (foot.Meets((static_cast<double>(k) + 0.5) * cw, my, hx, hy)) {
+                    f(k + j * m_nX);
+                }
+            }
+        }
+    };
+
+    // Two passes: count per cell, then fill (entries stay in mesh order).
+    const std::size_t cells = m_nX * m_nY;
+    std::vector<std::uint32_t> count(cells + 1, 0);
+    std::vector<char> wide(boxes.size(), 0);
+    for (std::size_t i = 0; i < boxes.size(); ++i) {
+        const SPlanBox& pb = boxes[i];
+        const std::size_t i0 = CellX(pb.x0), i1 = CellX(pb.x1), j0 = CellY(pb.y0), j1 = CellY(pb.y1);
+        if ((i1 - i0 + 1) * (j1 - j0 + 1) > kMaxCellsPerTri) {
+            wide[i] = 1;
+            m_vecWide.push_back(pb.t);
+            continue;
+        }
+        ForCells(pb, i0, i1, j0, j1, [&](std::size_t c) { ++count[c]; });
+    }
+    m_vecStart.assign(cells + 1, 0);
+    for (std::size_t c = 0; c < cells; ++c) {
+        m_vecStart[c + 1] = m_vecStart[c] + count[c];
+    }
+    m_vecEntry.resize(m_vecStart[cells]);
+    std::copy(m_vecStart.begin(), m_vecStart.end() - 1, count.begin());
+    for (std::size_t i = 0; i < boxes.size(); ++i) {
+        if (wide[i]) {
+            continue;
+        }
+        const SPlanBox& pb = boxes[i];
+        const std::size_t i0 = CellX(pb.x0), i1 = CellX(pb.x1), j0 = CellY(pb.y0), j1 = CellY(pb.y1);
+        ForCells(pb, i0, i1, j0, j1, [&](std::size_t c) { m_vecEntry[count[c]++] = pb.t; });
+    }
+}
+
+void CKivPlanIndex::RecordOctreeOrder(const std::vector<_sTri*>& tris, const CKivOctNode& root)
+{
+    m_vecTriNode.assign(tris.size(), 0);
+    m_vecTriPos.assign(tris.size(), 0);
+    m_bOrdered = true;
+    // Depth first, each node before its children, as the queries walk;
+    // nodes without triangles below them are left out, as the walks skip
+    // them.
+    struct SVisit {
+        const CKivOctNode* n;
+        std::int32_t parent;
+        std::int32_t depth;
+    };
+    std::vector<SVisit> stack{{&root, -1, 0}};
+    std::vector<std::uint32_t> open; // nodes whose subtree has not ended yet
+    while (!stack.empty()) {
+        const SVisit v = stack.back();
+        stack.pop_back();
+        if (v.n->m_nSubTri == 0) {
+            continue;
+        }
+        const std::uint32_t id = static_cast<std::uint32_t>(m_vecNode.size());
+        while (!open.empty() && m_vecNode[open.back()].nDepth >= v.depth) {
+            m_vecNode[open.back()].nSkip = id;
+            open.pop_back();
+        }
+        open.push_back(id);
+        m_vecNode.push_back(SNode{v.n, v.parent, v.depth, 0, v.n->m_box, v.n->m_boxSub});
+        for (std::size_t k = 0; k < v.n->m_vecTri.size(); ++k) {
+            const _sTri* t = v.n->m_vecTri[k];
+            const std::size_t slot = static_cast<std::size_t>(t->nPos);
+            if (t->nPos < 0 || slot >= tris.size() || tris[slot] != t) {
+                m_bOrdered = false;
+                continue;
+            }
+            m_vecTriNode[slot] = id;
+            m_vecTriPos[slot] = static_cast<std::uint32_t>(k);
+        }
+        if (v.n->m_pChild) {
+            for (int i = 8; i-- > 0;) {
+                stack.push_back(SVisit{&v.n->m_pChild[i], static_cast<std::int32_t>(id), v.depth + 1});
+            }
+        }
+    }
+    for (const std::uint32_t id : open) {
+        m_vecNode[id].nSkip = static_cast<std::uint32_t>(m_vecNode.size());
+    }
+}
+
+void CKivPlanIndex::CollectAlong(const CKivOctBox* boxes, unsigned live, std::vector<_sTri*>& out) const
+{
+    // inherited[d]: the boxes that every ancestor of the current node at
+    // depth d meets (set by its parent, the last node visited at d - 1).
+    unsigned inherited[kMaxOctDepth + 2];
+    inherited[0] = live;
+    for (std::size_t id = 0; id < m_vecNode.size();) {
+        const SNode& node = m_vecNode[id];
+        unsigned meet = 0;
+        for (unsigned rest = inherited[node.nDepth]; rest; rest &= rest - 1u) {
+            const unsigned i = static_cast<unsigned>(__builtin_ctz(rest));
+            if (node.box.Overlaps(boxes[i]) && node.boxSub.Overlaps(boxes[i])) {
+                meet |= 1u << i;
+            }
+        }
+        if (!meet) {
+            id = node.nSkip;
+            continue;
+        }
+        const std::vector<_sTri*>& tris = node.pNode->m_vecTri;
+        out.insert(out.end(), tris.begin(), tris.end());
+        inherited[node.nDepth + 1] = meet;
+        ++id;
+    }
+}
+
+bool CKivPlanIndex::ReportedBy(const _sTri* t, const CKivOctBox& q) const
+{
+    for (std::int32_t id = static_cast<std::int32_t>(m_vecTriNode[static_cast<std::size_t>(t->nPos)]); id >= 0;
+         id = m_vecNode[static_cast<std::size_t>(id)].nParent) {
+        if (!m_vecNode[static_cast<std::size_t>(id)].pNode->m_box.Overlaps(q)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void CKivPlanIndex::CandidatesInBox(double x0, double y0, double x1, double y1, std::vector<_sTri*>& out) const
+{
+    out.assign(m_vecWide.begin(), m_vecWide.end());
+    if (m_dX1 >= m_dX0 && x1 >= m_dX0 && x0 <= m_dX1 && y1 >= m_dY0 && y0 <= m_dY1) {
+        const std::size_t i0 = CellX(x0), i1 = CellX(x1), j0 = CellY(y0), j1 = CellY(y1);
+        for (std::size_t j = j0; j <= j1; ++j) {
+            for (std::size_t i = i0; i <= i1; ++i) {
+                const std::size_t c = i + j * m_nX;
+                out.insert(out.end(), m_vecEntry.begin() + m_vecStart[c], m_vecEntry.begin() + m_vecStart[c + 1]);
+            }
+        }
+    }
+    std::sort(out.begin(), out.end(), std::less<_sTri*>());
+    out.erase(std::unique(out.begin(), out.end()), out.end());
+}
+
+} // namespace TriMesh
