@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <time.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
@@ -46,9 +48,17 @@ bool ResetPeakMark()
     return std::fclose(f) == 0 && ok;
 }
 
+double ProcessCpuSeconds()
+{
+    timespec ts{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+    return static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
+}
+
 // What the child sends back through its pipe.
 struct SWire {
     double dSeconds;
+    double dWallSeconds;
     double dPeakMiB;
     double dCheck;
     double dCheck2;
@@ -86,6 +96,7 @@ void CKivPeerClock::Start()
     malloc_trim(0);
     m_nBaseKiB = ResetPeakMark() ? ReadStatusKiB("VmRSS") : 0;
     m_bStopped = false;
+    m_dCpuStart = ProcessCpuSeconds();
     m_tStart = std::chrono::steady_clock::now();
 }
 
@@ -93,12 +104,18 @@ void CKivPeerClock::Stop()
 {
     if (!m_bStopped) {
         m_tStop = std::chrono::steady_clock::now();
+        m_dCpuStop = ProcessCpuSeconds();
         m_bStopped = true;
         m_nPeakKiB = ReadStatusKiB("VmHWM");
     }
 }
 
 double CKivPeerClock::Seconds() const
+{
+    return m_dCpuStop - m_dCpuStart;
+}
+
+double CKivPeerClock::WallSeconds() const
 {
     return std::chrono::duration<double>(m_tStop - m_tStart).count();
 }
@@ -132,6 +149,7 @@ SPeerSample RunInChild(const PeerFn& fn, unsigned nTimeoutSec)
         fn(clock, wire.dCheck, wire.dCheck2);
         clock.Stop();
         wire.dSeconds = clock.Seconds();
+        wire.dWallSeconds = clock.WallSeconds();
         wire.dPeakMiB = clock.PeakMiB();
         const ssize_t w = write(fds[1], &wire, sizeof(wire));
         // No destructors, no atexit: tearing down a large structure is not
@@ -148,6 +166,7 @@ SPeerSample RunInChild(const PeerFn& fn, unsigned nTimeoutSec)
     if (got && WIFEXITED(status) && WEXITSTATUS(status) == 0) {
         sample.bOk = true;
         sample.dSeconds = wire.dSeconds;
+        sample.dWallSeconds = wire.dWallSeconds;
         sample.dPeakMiB = wire.dPeakMiB;
         sample.dCheck = wire.dCheck;
         sample.dCheck2 = wire.dCheck2;
@@ -161,12 +180,12 @@ SPeerSample RunInChild(const PeerFn& fn, unsigned nTimeoutSec)
     return sample;
 }
 
-double MedianSeconds(const std::vector<SPeerSample>& samples)
+double MedianSeconds(const std::vector<SPeerSample>& samples, bool bWall)
 {
     std::vector<double> t;
     for (const SPeerSample& s : samples) {
         if (s.bOk) {
-            t.push_back(s.dSeconds);
+            t.push_back(bWall ? s.dWallSeconds : s.dSeconds);
         }
     }
     if (t.empty()) {

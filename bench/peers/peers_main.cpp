@@ -90,7 +90,8 @@ std::string CheckText(const std::vector<SPeerSample>& s, const char* what, const
 void Progress(const char* who, const char* what, const SPeerSample& s)
 {
     if (s.bOk) {
-        std::fprintf(stderr, "  %-5s %-40s %9.3f s  %8.1f MiB\n", who, what, s.dSeconds, s.dPeakMiB);
+        std::fprintf(stderr, "  %-5s %-40s %9.3f s (wall %.3f s) %8.1f MiB\n", who, what, s.dSeconds,
+                     s.dWallSeconds, s.dPeakMiB);
     } else {
         std::fprintf(stderr, "  %-5s %-40s FAILED (%s)\n", who, what, s.strFail.c_str());
     }
@@ -371,7 +372,7 @@ std::size_t SuccessCount(const std::vector<SPeerSample>& s)
 
 void PrintTables(const std::vector<SRow>& rows)
 {
-    std::printf("| case | input | ours (s) | CGAL (s) | ours / CGAL | target | met | ours peak (MiB) | "
+    std::printf("| case | input | ours (s CPU) | CGAL (s CPU) | ours / CGAL | target | met | ours peak (MiB) | "
                 "CGAL peak (MiB) | runs ours / CGAL |\n");
     std::printf("|---|---|--:|--:|--:|--:|:-:|--:|--:|--:|\n");
     for (const SRow& r : rows) {
@@ -391,10 +392,13 @@ void PrintTables(const std::vector<SRow>& rows)
                     Format("%.0f", MaxPeakMiB(r.vecCgal)).c_str(), SuccessCount(*r.pOurs),
                     SuccessCount(r.vecCgal));
     }
-    std::printf("\nWhat each side built (first successful run):\n\n");
-    std::printf("| case | ours | CGAL |\n|---|---|---|\n");
+    std::printf("\nWall-clock medians, and what each side built (first successful run):\n\n");
+    std::printf("| case | ours wall (s) | CGAL wall (s) | ours built | CGAL built |\n|---|--:|--:|---|---|\n");
     for (const SRow& r : rows) {
-        std::printf("| %s | %s | %s |\n", r.strCase.c_str(), r.strOursCheck.c_str(), r.strCgalCheck.c_str());
+        std::printf("| %s | %s | %s | %s | %s |\n", r.strCase.c_str(),
+                    Format("%.3f", MedianSeconds(*r.pOurs, true)).c_str(),
+                    Format("%.3f", MedianSeconds(r.vecCgal, true)).c_str(), r.strOursCheck.c_str(),
+                    r.strCgalCheck.c_str());
     }
 }
 
