@@ -103,6 +103,15 @@ private:
     // Removes the triangles whose plan centroid lies inside a hole ring or,
     // when an outline is set, not inside the outline.
     void DigHolesAndOutline();
+    // Whether a vertex takes part in the run: finite, not a bounding vertex
+    // of this run or the previous one.
+    bool IsUsableVertex(const _sVertex* v) const;
+    // Plan extent of the vertices that take part; false when there are none.
+    bool UsableExtent(double& x0, double& y0, double& x1, double& y1) const;
+    // Mirror the mesh's triangles into the working triangulation and write
+    // the outcome back.
+    void LoadWork();
+    void StoreWork();
 
     // Constraint helpers. PlanRingTris turns a side polygon counter-clockwise
     // and finds index triples that fill it, checked exactly; false when none
