@@ -113,16 +113,8 @@ void Alternate(const SOptions& opt, int nRuns, const char* what, const PeerFn& o
 
 // ---------------------------------------------------------------- our side
 
-// TEMPORARY: the parts not merged yet end their runs as failed.
-#if !defined(KIVGEO_PEERS_TIN)
-#define NOT_YET() std::_Exit(4)
-#else
-#define NOT_YET() (void)0
-#endif
-
 void OursTin(const std::vector<CKivPoint3d>& pts, CKivPeerClock& clock, double& check)
 {
-    NOT_YET();
     clock.Start();
     TriMesh::CKivMeshData mesh;
     TriMesh::CKivDelaunay tin(mesh);
@@ -136,7 +128,6 @@ void OursTin(const std::vector<CKivPoint3d>& pts, CKivPeerClock& clock, double& 
 
 void OursConstrainedTin(const SPeerConstrained& in, CKivPeerClock& clock, double& check)
 {
-    NOT_YET();
     clock.Start();
     TriMesh::CKivMeshData mesh;
     TriMesh::CKivDelaunay tin(mesh);
@@ -179,7 +170,7 @@ void OursConvexHull(const std::vector<CKivPoint3d>& pts, CKivPeerClock& clock, d
 void OursQueries(const TriMesh::CKivMeshData& mesh, const std::vector<CKivPoint3d>& q, CKivPeerClock& clock,
                  double& check, double& check2)
 {
-#if !defined(KIVGEO_PEERS_QUERY) || !defined(KIVGEO_PEERS_TIN)
+#if !defined(KIVGEO_PEERS_QUERY)
     (void)mesh, (void)q, (void)clock, (void)check, (void)check2;
     std::_Exit(4);
 #else
@@ -269,7 +260,6 @@ void QueryCase(const SOptions& opt, std::vector<std::unique_ptr<std::vector<SPee
 
     // Both TINs are built once here and shared, read-only, with the runs.
     TriMesh::CKivMeshData mesh;
-#if defined(KIVGEO_PEERS_TIN)
     {
         TriMesh::CKivDelaunay tin(mesh);
         for (const CKivPoint3d& p : pts) {
@@ -277,7 +267,6 @@ void QueryCase(const SOptions& opt, std::vector<std::unique_ptr<std::vector<SPee
         }
         tin.Delaunay();
     }
-#endif
     const CKivCgalQuery cgal(pts);
     const std::string input = std::to_string(pts.size()) + "-point TIN, ";
 
