@@ -15,10 +15,7 @@
 #include <kivgeo/delaunay.h>
 #include <kivgeo/geo_convex.h>
 #include <kivgeo/mesh_data.h>
-#if __has_include(<kivgeo/mesh_query.h>)
 #include <kivgeo/mesh_query.h>
-#define KIVGEO_PEERS_QUERY 1
-#endif
 
 #include <cmath>
 #include <cstdio>
@@ -170,10 +167,6 @@ void OursConvexHull(const std::vector<CKivPoint3d>& pts, CKivPeerClock& clock, d
 void OursQueries(const TriMesh::CKivMeshData& mesh, const std::vector<CKivPoint3d>& q, CKivPeerClock& clock,
                  double& check, double& check2)
 {
-#if !defined(KIVGEO_PEERS_QUERY)
-    (void)mesh, (void)q, (void)clock, (void)check, (void)check2;
-    std::_Exit(4);
-#else
     std::size_t found = 0;
     double sum = 0.0;
     clock.Start();
@@ -188,7 +181,6 @@ void OursQueries(const TriMesh::CKivMeshData& mesh, const std::vector<CKivPoint3
     clock.Stop();
     check = static_cast<double>(found);
     check2 = sum;
-#endif
 }
 
 // ------------------------------------------------------------------- cases
