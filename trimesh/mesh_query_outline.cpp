@@ -12,85 +12,178 @@ namespace TriMesh {
 
 namespace {
 
-// Undirected edge key: the two vertex addresses, smaller first.
-struct SEdgeKey {
-    const _sVertex* a;
-    const _sVertex* b;
-    bool operator==(const SEdgeKey& o) const { return a == o.a && b == o.b; }
-};
+// Live boundary edges during the cancellation: an open-addressing table from
+// an undirected edge (its two vertex addresses, smaller first) to its slot,
+// with linear probing and backward-shift deletion (no tombstones). Millions
+// of insertions and removals run through it on a large TIN, so it avoids the
+// allocation per entry of a node-based map.
+class CEdgeTable {
+public:
+    CEdgeTable() { Rehash(1024); }
 
-SEdgeKey MakeKey(const _sVertex* a, const _sVertex* b)
-{
-    return std::less<const _sVertex*>()(a, b) ? SEdgeKey{a, b} : SEdgeKey{b, a};
-}
-
-struct SEdgeHash {
-    std::size_t operator()(const SEdgeKey& k) const
+    // The slot of the live edge (a, b), or npos.
+    std::size_t Find(const _sVertex* a, const _sVertex* b) const
     {
-        const auto x = reinterpret_cast<std::uintptr_t>(k.a), y = reinterpret_cast<std::uintptr_t>(k.b);
-        std::uint64_t h = static_cast<std::uint64_t>(x) * 0x9E3779B97F4A7C15ull;
-        h ^= static_cast<std::uint64_t>(y) + 0x7F4A7C159E3779B9ull + (h << 6) + (h >> 2);
-        return static_cast<std::size_t>(h ^ (h >> 29));
+        const SKey k = MakeKey(a, b);
+        for (std::size_t i = Home(k);; i = (i + 1) & m_nMask) {
+            const SEntry& e = m_vecEntry[i];
+            if (e.lo == 0) {
+                return npos;
+            }
+            if (e.lo == k.lo && e.hi == k.hi) {
+                return e.slot;
+            }
+        }
     }
+    void Insert(const _sVertex* a, const _sVertex* b, std::size_t slot)
+    {
+        if (2 * (m_nCount + 1) > m_vecEntry.size()) {
+            Rehash(2 * m_vecEntry.size());
+        }
+        const SKey k = MakeKey(a, b);
+        std::size_t i = Home(k);
+        while (m_vecEntry[i].lo != 0) {
+            i = (i + 1) & m_nMask;
+        }
+        m_vecEntry[i] = SEntry{k.lo, k.hi, slot};
+        ++m_nCount;
+    }
+    void Erase(const _sVertex* a, const _sVertex* b)
+    {
+        const SKey k = MakeKey(a, b);
+        std::size_t i = Home(k);
+        while (!(m_vecEntry[i].lo == k.lo && m_vecEntry[i].hi == k.hi)) {
+            i = (i + 1) & m_nMask;
+        }
+        // Shift later members of the probe run back into the hole.
+        for (std::size_t j = (i + 1) & m_nMask;; j = (j + 1) & m_nMask) {
+            const SEntry& e = m_vecEntry[j];
+            if (e.lo == 0) {
+                break;
+            }
+            const std::size_t h = Home(SKey{e.lo, e.hi});
+            // e may move to i when its home does not lie cyclically in (i, j].
+            if (((j - h) & m_nMask) >= ((j - i) & m_nMask)) {
+                m_vecEntry[i] = e;
+                i = j;
+            }
+        }
+        m_vecEntry[i] = SEntry{};
+        --m_nCount;
+    }
+
+    static constexpr std::size_t npos = static_cast<std::size_t>(-1);
+
+private:
+    // Addresses plus one, so that zero marks an empty entry.
+    struct SKey {
+        std::uintptr_t lo, hi;
+    };
+    struct SEntry {
+        std::uintptr_t lo = 0, hi = 0;
+        std::size_t slot = 0;
+    };
+
+    static SKey MakeKey(const _sVertex* a, const _sVertex* b)
+    {
+        const std::uintptr_t x = reinterpret_cast<std::uintptr_t>(a) + 1;
+        const std::uintptr_t y = reinterpret_cast<std::uintptr_t>(b) + 1;
+        return x < y ? SKey{x, y} : SKey{y, x};
+    }
+    std::size_t Home(const SKey& k) const
+    {
+        std::uint64_t h = static_cast<std::uint64_t>(k.lo) * 0x9E3779B97F4A7C15ull;
+        h ^= static_cast<std::uint64_t>(k.hi) * 0xC2B2AE3D27D4EB4Full;
+        h ^= h >> 31;
+        return static_cast<std::size_t>(h) & m_nMask;
+    }
+    void Rehash(std::size_t cap)
+    {
+        std::vector<SEntry> old(cap);
+        old.swap(m_vecEntry);
+        m_nMask = cap - 1;
+        m_nCount = 0;
+        for (const SEntry& e : old) {
+            if (e.lo != 0) {
+                std::size_t i = Home(SKey{e.lo, e.hi});
+                while (m_vecEntry[i].lo != 0) {
+                    i = (i + 1) & m_nMask;
+                }
+                m_vecEntry[i] = e;
+                ++m_nCount;
+            }
+        }
+    }
+
+    std::vector<SEntry> m_vecEntry;
+    std::size_t m_nMask = 0;
+    std::size_t m_nCount = 0;
 };
 
 } // namespace
 
 void CKivMeshQuery::GetSegsOfMesh(std::vector<_sSeg*>& out)
 {
-    // Edges cancel in pairs. A slot array keeps the surviving records in the
-    // order of their slots, a new record taking the lowest empty slot; the
-    // map finds the live record of an edge (there is at most one) and the
-    // heap the lowest empty slot, where a scan of the slots would do both.
+    // Edges cancel in pairs. A slot array keeps the surviving edges in the
+    // order of their slots, a new edge taking the lowest empty slot; the
+    // table finds the live edge (there is at most one per vertex pair) and
+    // the heap the lowest empty slot, where a scan of the slots would do
+    // both. Records are made for the survivors only.
+    struct SSlot {
+        _sVertex* a;
+        _sVertex* b;
+        bool filled;
+    };
     const std::vector<_sTri*>& tris = m_pMesh->m_vecTri;
-    std::vector<_sSeg*> slots;
-    slots.reserve(tris.size() + 16);
+    std::vector<SSlot> slots;
     std::priority_queue<std::size_t, std::vector<std::size_t>, std::greater<std::size_t>> empty;
-    std::unordered_map<SEdgeKey, std::size_t, SEdgeHash> live;
-    live.reserve(tris.size() + 16);
-    try {
-        for (const _sTri* t : tris) {
-            if (!t) {
+    CEdgeTable live;
+    std::size_t nLive = 0;
+    for (const _sTri* t : tris) {
+        if (!t) {
+            continue;
+        }
+        for (int k = 0; k < 3; ++k) {
+            _sVertex* a = t->pVt[k];
+            _sVertex* b = t->pVt[(k + 1) % 3];
+            const std::size_t found = live.Find(a, b);
+            if (found != CEdgeTable::npos) {
+                slots[found].filled = false;
+                empty.push(found);
+                live.Erase(a, b);
+                --nLive;
                 continue;
             }
-            for (int k = 0; k < 3; ++k) {
-                _sVertex* a = t->pVt[k];
-                _sVertex* b = t->pVt[(k + 1) % 3];
-                const auto it = live.find(MakeKey(a, b));
-                if (it != live.end()) {
-                    delete slots[it->second];
-                    slots[it->second] = nullptr;
-                    empty.push(it->second);
-                    live.erase(it);
-                    continue;
-                }
-                _sSeg* s = new _sSeg;
-                s->pVt[0] = a;
-                s->pVt[1] = b;
-                std::size_t slot;
-                if (!empty.empty()) {
-                    slot = empty.top();
-                    empty.pop();
-                    slots[slot] = s;
-                } else {
-                    slot = slots.size();
-                    slots.push_back(s);
-                }
-                live.emplace(MakeKey(a, b), slot);
+            std::size_t slot;
+            if (!empty.empty()) {
+                slot = empty.top();
+                empty.pop();
+                slots[slot] = SSlot{a, b, true};
+            } else {
+                slot = slots.size();
+                slots.push_back(SSlot{a, b, true});
+            }
+            live.Insert(a, b, slot);
+            ++nLive;
+        }
+    }
+    out.clear();
+    out.reserve(nLive);
+    try {
+        for (const SSlot& s : slots) {
+            if (s.filled) {
+                _sSeg* seg = new _sSeg;
+                seg->pVt[0] = s.a;
+                seg->pVt[1] = s.b;
+                out.push_back(seg);
             }
         }
-        out.clear();
-        out.reserve(live.size());
     } catch (...) {
-        for (_sSeg* s : slots) {
-            delete s;
+        for (_sSeg* seg : out) {
+            delete seg;
         }
+        out.clear();
         throw;
-    }
-    for (_sSeg* s : slots) {
-        if (s) {
-            out.push_back(s);
-        }
     }
 }
 
