@@ -65,9 +65,13 @@ rm -f "$tmp.table"
 echo "wrote $out" >&2
 
 if [ "$readme" = 1 ]; then
-    # The section is the last one of the README: replace it from its heading on.
-    awk '/^## Performance$/ { exit } { print }' README.md >"$tmp.readme"
+    # The section is the last one of the README: replace it from its heading
+    # on, one blank line after what comes before it.
+    awk '/^## Performance$/ { exit }
+         /^$/ { blank++; next }
+         { while (blank > 0) { print ""; blank-- } print }' README.md >"$tmp.readme"
     {
+        echo
         echo "## Performance"
         echo
         echo "Side by side with CGAL on the same inputs (\`./run.sh peers\`, which"
