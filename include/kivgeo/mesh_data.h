@@ -62,6 +62,7 @@ struct _sTri;
 class CKivOctTree;
 class CKivVertexIndex;
 class CKivPlanIndex;
+class CKivTriPool;
 
 class CKivDelaunay;
 class CKivMeshQuery;
@@ -221,6 +222,8 @@ private:
     mutable std::atomic<CKivPlanIndex*> m_pPlanIndex;
     mutable std::atomic<std::size_t> m_nPlanWork;
     void DropPlanIndex();
+    // Where the triangle records live (AddTri, InputData, DelTri).
+    std::unique_ptr<CKivTriPool> m_pTriPool;
 };
 
 } // namespace TriMesh
