@@ -1,6 +1,7 @@
 #include <kivgeo/mesh_data.h>
 
 #include "trimesh/oct_tree.h"
+#include "trimesh/tri_pool.h"
 #include "trimesh/vertex_index.h"
 
 #include <algorithm>
@@ -21,7 +22,7 @@ constexpr double kOctRatio = 0.2;
 
 CKivMeshData::CKivMeshData()
     : m_pOctTree(nullptr), m_ptMax(-DBL_MAX, -DBL_MAX, -DBL_MAX), m_ptMin(DBL_MAX, DBL_MAX, DBL_MAX),
-      m_pVertexIndex(new CKivVertexIndex), m_nDeadTri(0), m_nFirstDeadTri(kNoDeadTri)
+      m_pVertexIndex(new CKivVertexIndex), m_nDeadTri(0), m_nFirstDeadTri(kNoDeadTri), m_pTriPool(new CKivTriPool)
 {
 }
 
@@ -137,7 +138,7 @@ void CKivMeshData::InputData(const std::vector<CKivTri3d>& tris, bool bClear)
     }
     m_vecTri.reserve(m_vecTri.size() + n);
     for (std::size_t i = 0; i < n; ++i) {
-        _sTri* t = new _sTri;
+        _sTri* t = m_pTriPool->New();
         t->nPos = static_cast<std::int32_t>(m_vecTri.size());
         m_vecTri.push_back(t);
         for (int k = 0; k < 3; ++k) {
@@ -258,7 +259,7 @@ void CKivMeshData::ResetOctTree()
 
 void CKivMeshData::AddTri(_sVertex* a, _sVertex* b, _sVertex* c)
 {
-    _sTri* t = new _sTri;
+    _sTri* t = m_pTriPool->New();
     t->pVt[0] = a;
     t->pVt[1] = b;
     t->pVt[2] = c;
@@ -307,7 +308,7 @@ void CKivMeshData::DelTri(_sTri* t)
             return;
         }
     }
-    delete t;
+    m_pTriPool->Delete(t);
     m_vecTri[pos] = nullptr;
     ++m_nDeadTri;
     m_nFirstDeadTri = std::min(m_nFirstDeadTri, pos);
@@ -353,9 +354,7 @@ void CKivMeshData::DelVoidVet()
 
 void CKivMeshData::ClearTriData()
 {
-    for (_sTri* t : m_vecTri) {
-        delete t;
-    }
+    m_pTriPool->Clear();
     std::vector<_sTri*>().swap(m_vecTri);
     m_nDeadTri = 0;
     m_nFirstDeadTri = kNoDeadTri;

@@ -59,6 +59,7 @@ namespace TriMesh {
 struct _sTri;
 class CKivOctTree;
 class CKivVertexIndex;
+class CKivTriPool;
 
 class CKivDelaunay;
 class CKivMeshQuery;
@@ -209,6 +210,8 @@ private:
     std::unique_ptr<CKivVertexIndex> m_pVertexIndex;
     std::size_t m_nDeadTri;
     std::size_t m_nFirstDeadTri;
+    // Where the triangle records live (AddTri, InputData, DelTri).
+    std::unique_ptr<CKivTriPool> m_pTriPool;
 };
 
 } // namespace TriMesh
