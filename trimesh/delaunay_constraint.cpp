@@ -7,8 +7,8 @@
 // those tolerances their answers can describe triangles that are clockwise
 // or overlap. Every fill is therefore checked with exact orientation tests
 // before a triangle is added, and a fill that fails the check is replaced by
-// an exact ear clipping (or, failing that, the two sides are filled as one
-// polygon without the segment).
+// an exact ear clipping (or, failing that, the piece is given up and its
+// triangles put back).
 #include <kivgeo/delaunay.h>
 
 #include "spacemath/exact_orient.h"
@@ -312,6 +312,7 @@ bool CKivDelaunay::GetSegYsPoly(_sVertex* start, _sVertex* end, std::vector<_sVe
                                 std::vector<_sVertex*>& right, _sVertex*& next)
 {
     next = nullptr;
+    m_vecCutTri.clear();
     left.push_back(start);
     right.push_back(start);
     const double sx = start->pt.x, sy = start->pt.y;
@@ -388,6 +389,7 @@ bool CKivDelaunay::GetSegYsPoly(_sVertex* start, _sVertex* end, std::vector<_sVe
     next = c;
     left.push_back(c);
     right.push_back(c);
+    m_vecCutTri.push_back({cur->pVt[0], cur->pVt[1], cur->pVt[2]});
     m_pMesh->DelTri(cur);
     return true;
 }
@@ -403,6 +405,7 @@ _sTri* CKivDelaunay::FindNextTri(_sTri* current, const _sVertex* a, const _sVert
     }
     _sTri* n = m_pMesh->FindTriCoEdge(a, b, current);
     if (n) {
+        m_vecCutTri.push_back({current->pVt[0], current->pVt[1], current->pVt[2]});
         m_pMesh->DelTri(current);
     }
     return n;
@@ -411,22 +414,22 @@ _sTri* CKivDelaunay::FindNextTri(_sTri* current, const _sVertex* a, const _sVert
 bool CKivDelaunay::TriPolyDelaunay(std::vector<_sVertex*>& ring)
 {
     std::vector<Triple> tris;
-    if (!PlanRingTris(ring, tris)) {
+    if (PlanRingTris(ring, tris) != 1) {
         return false;
     }
     AddRingTris(ring, tris);
     return true;
 }
 
-bool CKivDelaunay::PlanRingTris(std::vector<_sVertex*>& ring, std::vector<Triple>& tris) const
+int CKivDelaunay::PlanRingTris(std::vector<_sVertex*>& ring, std::vector<Triple>& tris) const
 {
     tris.clear();
     if (ring.size() < 3) {
-        return false;
+        return 0;
     }
     for (const _sVertex* v : ring) {
         if (!v || !IsFinitePlan(v)) {
-            return false;
+            return -1;
         }
     }
     // The two chains of a forced segment run in opposite senses; the ear
@@ -436,25 +439,32 @@ bool CKivDelaunay::PlanRingTris(std::vector<_sVertex*>& ring, std::vector<Triple
     }
     if (ring.size() == 3) {
         if (Orient(ring[0], ring[1], ring[2]) <= 0) {
-            return false;
+            return -1; // collinear within rounding: the triangle would be flat
         }
         tris.push_back({0, 1, 2});
-        return true;
-    }
-    if (!IsSimpleRing(ring)) {
-        return false;
+        return 1;
     }
     std::vector<CKivPoint3d> pts;
     pts.reserve(ring.size());
     for (const _sVertex* v : ring) {
         pts.push_back(v->pt);
     }
-    if (EarTriangulatePolygon(pts, tris) && AreEarCutsValid(ring, tris)) {
-        return true;
+    if (!EarTriangulatePolygon(pts, tris)) {
+        tris.clear();
+        return 0;
     }
-    // The tolerances misled the ear clipper (spacing near 1e-6 in the cross
-    // products): clip again with exact tests.
-    return ExactEarClip(ring, tris);
+    const bool simple = IsSimpleRing(ring);
+    if (simple && AreEarCutsValid(ring, tris)) {
+        return 1;
+    }
+    // The tolerances misled the ear clipper (cross products near 1e-6):
+    // clip again with exact tests. A ring that is not simple (the walk
+    // passed a vertex twice: its star is not convex) has no such fill.
+    if (simple && ExactEarClip(ring, tris)) {
+        return 1;
+    }
+    tris.clear();
+    return -1;
 }
 
 void CKivDelaunay::AddRingTris(const std::vector<_sVertex*>& ring, const std::vector<Triple>& tris)
@@ -467,23 +477,22 @@ void CKivDelaunay::AddRingTris(const std::vector<_sVertex*>& ring, const std::ve
 void CKivDelaunay::FillSides(std::vector<_sVertex*>& left, std::vector<_sVertex*>& right)
 {
     std::vector<Triple> lt, rt;
-    // Both chains start at the piece's start and end at its end vertex.
-    std::vector<_sVertex*> both(left);
-    for (std::size_t i = right.size() - 1; i-- > 1;) {
-        both.push_back(right[i]);
-    }
-    if (PlanRingTris(left, lt) && PlanRingTris(right, rt)) {
-        AddRingTris(left, lt);
-        AddRingTris(right, rt);
+    const int l = PlanRingTris(left, lt);
+    const int r = l < 0 ? -1 : PlanRingTris(right, rt);
+    if (l < 0 || r < 0) {
+        // No valid fill for a side: put the deleted triangles back, so the
+        // piece is left out but the mesh stays whole and valid.
+        for (const auto& t : m_vecCutTri) {
+            m_pMesh->AddTri(t[0], t[1], t[2]);
+        }
         return;
     }
-    // A side that cannot be filled validly (the piece ends at a vertex the
-    // tolerance put on the segment, and the chord to it leaves the deleted
-    // region): fill the whole region without the segment rather than leave a
-    // hole or overlap a neighbour.
-    std::vector<Triple> bt;
-    if (PlanRingTris(both, bt)) {
-        AddRingTris(both, bt);
+    // A side the ear clipper rejects stays open, as it always has.
+    if (l > 0) {
+        AddRingTris(left, lt);
+    }
+    if (r > 0) {
+        AddRingTris(right, rt);
     }
 }
 
@@ -498,6 +507,15 @@ void CKivDelaunay::FillSides(std::vector<_sVertex*>& left, std::vector<_sVertex*
 // pocket stay. Vertices left without triangles (every triangle they had used
 // a bounding vertex) are free vertices and get connected too.
 void CKivDelaunay::FillHullPockets()
+{
+    // Forcing a lost constraint again can open a gap (a walk that loses its
+    // way); one more pass, without forcing, closes it.
+    if (WrapPockets(true)) {
+        WrapPockets(false);
+    }
+}
+
+bool CKivDelaunay::WrapPockets(bool bReforce)
 {
     CKivMeshData& m = *m_pMesh;
     m.CompactTris();
@@ -550,7 +568,7 @@ void CKivDelaunay::FillHullPockets()
         }
     }
     if (edges.empty() && verts.size() < 3) {
-        return;
+        return false;
     }
     // Vertices still open to new triangles: on a live boundary edge, or free.
     std::vector<int> degree(verts.size(), 0);
@@ -661,20 +679,23 @@ void CKivDelaunay::FillHullPockets()
             break;
         }
     }
-    if (!added) {
-        return;
+    if (!added || !bReforce) {
+        return false;
     }
     // A constraint whose triangles all used a bounding vertex was lost with
     // them; force the ones that lie along the filled pockets again.
+    bool forced = false;
     for (const _sSeg* seg : m_vecSegYS) {
         const auto ia = local.find(seg->pVt[0]);
         const auto ib = local.find(seg->pVt[1]);
         if (ia != local.end() && ib != local.end() && touched[static_cast<std::size_t>(ia->second)] &&
-            touched[static_cast<std::size_t>(ib->second)]) {
+            touched[static_cast<std::size_t>(ib->second)] && !m.FindTriCoEdge(seg->pVt[0], seg->pVt[1], nullptr)) {
             DealSegYS(seg);
+            forced = true;
         }
     }
     m.CompactTris();
+    return forced;
 }
 
 void CKivDelaunay::DigHolesAndOutline()
