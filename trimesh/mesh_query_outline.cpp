@@ -21,12 +21,16 @@ class CEdgeTable {
 public:
     CEdgeTable() { Rehash(1024); }
 
-    // The slot of the live edge (a, b), or npos.
-    std::size_t Find(const _sVertex* a, const _sVertex* b) const
+    // The slot of the live edge (a, b), or npos; pos is where it sits, or
+    // where it would be inserted (the table then has room for it).
+    std::size_t Find(const _sVertex* a, const _sVertex* b, std::size_t& pos)
     {
+        if (2 * (m_nCount + 1) > m_vecEntry.size()) {
+            Rehash(2 * m_vecEntry.size());
+        }
         const SKey k = MakeKey(a, b);
-        for (std::size_t i = Home(k);; i = (i + 1) & m_nMask) {
-            const SEntry& e = m_vecEntry[i];
+        for (pos = Home(k);; pos = (pos + 1) & m_nMask) {
+            const SEntry& e = m_vecEntry[pos];
             if (e.lo == 0) {
                 return npos;
             }
@@ -35,26 +39,15 @@ public:
             }
         }
     }
-    void Insert(const _sVertex* a, const _sVertex* b, std::size_t slot)
+    // At a pos that Find() just gave for (a, b).
+    void InsertAt(std::size_t pos, const _sVertex* a, const _sVertex* b, std::size_t slot)
     {
-        if (2 * (m_nCount + 1) > m_vecEntry.size()) {
-            Rehash(2 * m_vecEntry.size());
-        }
         const SKey k = MakeKey(a, b);
-        std::size_t i = Home(k);
-        while (m_vecEntry[i].lo != 0) {
-            i = (i + 1) & m_nMask;
-        }
-        m_vecEntry[i] = SEntry{k.lo, k.hi, slot};
+        m_vecEntry[pos] = SEntry{k.lo, k.hi, slot};
         ++m_nCount;
     }
-    void Erase(const _sVertex* a, const _sVertex* b)
+    void EraseAt(std::size_t i)
     {
-        const SKey k = MakeKey(a, b);
-        std::size_t i = Home(k);
-        while (!(m_vecEntry[i].lo == k.lo && m_vecEntry[i].hi == k.hi)) {
-            i = (i + 1) & m_nMask;
-        }
         // Shift later members of the probe run back into the hole.
         for (std::size_t j = (i + 1) & m_nMask;; j = (j + 1) & m_nMask) {
             const SEntry& e = m_vecEntry[j];
@@ -146,11 +139,12 @@ void CKivMeshQuery::GetSegsOfMesh(std::vector<_sSeg*>& out)
         for (int k = 0; k < 3; ++k) {
             _sVertex* a = t->pVt[k];
             _sVertex* b = t->pVt[(k + 1) % 3];
-            const std::size_t found = live.Find(a, b);
+            std::size_t pos;
+            const std::size_t found = live.Find(a, b, pos);
             if (found != CEdgeTable::npos) {
                 slots[found].filled = false;
                 empty.push(found);
-                live.Erase(a, b);
+                live.EraseAt(pos);
                 --nLive;
                 continue;
             }
@@ -163,7 +157,7 @@ void CKivMeshQuery::GetSegsOfMesh(std::vector<_sSeg*>& out)
                 slot = slots.size();
                 slots.push_back(SSlot{a, b, true});
             }
-            live.Insert(a, b, slot);
+            live.InsertAt(pos, a, b, slot);
             ++nLive;
         }
     }

@@ -214,11 +214,12 @@ private:
     std::size_t m_nDeadTri;
     std::size_t m_nFirstDeadTri;
 
-    // Bookkeeping of the queries: a plan grid over the triangles that the
-    // elevation query builds once its octree searches have cost about as much
-    // as building it (m_nPlanWork counts their candidates). Dropped, and the
-    // count reset, by every change of the triangles, the vertex positions or
-    // the octree. Atomic because const queries may run on several threads.
+    // Bookkeeping of the queries: search aids (a plan grid over the
+    // triangles, a compact copy of the octree) that CKivMeshQuery builds
+    // once its octree searches have cost a share of the triangle count
+    // (m_nPlanWork counts their candidates). Dropped, and the count reset,
+    // by every change of the triangles, the vertex positions or the octree.
+    // Atomic because const queries may run on several threads.
     mutable std::atomic<CKivPlanIndex*> m_pPlanIndex;
     mutable std::atomic<std::size_t> m_nPlanWork;
     void DropPlanIndex();
