@@ -24,6 +24,23 @@ template <class Radius> std::vector<CKivPoint3d> Ring(double cx, double cy, std:
     return ring;
 }
 
+// side x side points row by row over the square, offset by a fraction of
+// the spacing; on the terrain, or at z 0.
+std::vector<CKivPoint3d> Grid(std::size_t side, double offset, bool bTerrain)
+{
+    const double h = kPeerSpread / static_cast<double>(side);
+    std::vector<CKivPoint3d> pts;
+    pts.reserve(side * side);
+    for (std::size_t r = 0; r < side; ++r) {
+        for (std::size_t c = 0; c < side; ++c) {
+            const double x = kPeerX0 + h * (static_cast<double>(c) + offset);
+            const double y = kPeerY0 + h * (static_cast<double>(r) + offset);
+            pts.push_back(bTerrain ? OnTerrain(x, y) : CKivPoint3d(x, y, 0.0));
+        }
+    }
+    return pts;
+}
+
 } // namespace
 
 double PeerTerrainZ(double x, double y)
@@ -48,15 +65,7 @@ std::vector<CKivPoint3d> PeerUniformPoints(std::size_t n, unsigned seed)
 
 std::vector<CKivPoint3d> PeerGridPoints(std::size_t side)
 {
-    const double h = kPeerSpread / static_cast<double>(side);
-    std::vector<CKivPoint3d> pts;
-    pts.reserve(side * side);
-    for (std::size_t r = 0; r < side; ++r) {
-        for (std::size_t c = 0; c < side; ++c) {
-            pts.push_back(OnTerrain(kPeerX0 + h * static_cast<double>(c), kPeerY0 + h * static_cast<double>(r)));
-        }
-    }
-    return pts;
+    return Grid(side, 0.0, true);
 }
 
 std::size_t SPeerConstrained::SegmentCount() const
@@ -146,14 +155,5 @@ std::vector<CKivPoint3d> PeerRandomQueries(std::size_t n, unsigned seed)
 std::vector<CKivPoint3d> PeerRowQueries(std::size_t side)
 {
     // Cell centres, so that no query lands exactly on a data point's row.
-    const double h = kPeerSpread / static_cast<double>(side);
-    std::vector<CKivPoint3d> q;
-    q.reserve(side * side);
-    for (std::size_t r = 0; r < side; ++r) {
-        for (std::size_t c = 0; c < side; ++c) {
-            q.emplace_back(kPeerX0 + h * (static_cast<double>(c) + 0.5),
-                           kPeerY0 + h * (static_cast<double>(r) + 0.5), 0.0);
-        }
-    }
-    return q;
+    return Grid(side, 0.5, false);
 }

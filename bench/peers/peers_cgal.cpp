@@ -107,6 +107,28 @@ template <class Face> bool PlanarZ(const Face& f, double x, double y, double& z)
     return true;
 }
 
+// Elevation of every query by planar interpolation in the face that locate
+// finds; check counts the answered ones, check2 sums their z.
+template <class Tri, class Locate>
+void Answer(const Tri& tri, const std::vector<CKivPoint3d>& q, CKivPeerClock& clock, double& check, double& check2,
+            Locate locate)
+{
+    std::size_t found = 0;
+    double sum = 0.0;
+    clock.Start();
+    for (const CKivPoint3d& p : q) {
+        const typename Tri::Face_handle f = locate(Point3(p.x, p.y, 0.0));
+        double z;
+        if (f != typename Tri::Face_handle() && !tri.is_infinite(f) && PlanarZ(f, p.x, p.y, z)) {
+            ++found;
+            sum += z;
+        }
+    }
+    clock.Stop();
+    check = static_cast<double>(found);
+    check2 = sum;
+}
+
 } // namespace
 
 void CgalTin(const std::vector<CKivPoint3d>& pts, bool bRange, CKivPeerClock& clock, double& check)
@@ -219,42 +241,21 @@ void CKivCgalQuery::Random(const std::vector<CKivPoint3d>& q, CKivPeerClock& clo
                            double& check2) const
 {
     const Dh& dh = m_pImpl->hierarchy;
-    std::size_t found = 0;
-    double sum = 0.0;
-    clock.Start();
-    for (const CKivPoint3d& p : q) {
-        const Dh::Face_handle f = dh.locate(Point3(p.x, p.y, 0.0));
-        double z;
-        if (f != Dh::Face_handle() && !dh.is_infinite(f) && PlanarZ(f, p.x, p.y, z)) {
-            ++found;
-            sum += z;
-        }
-    }
-    clock.Stop();
-    check = static_cast<double>(found);
-    check2 = sum;
+    Answer(dh, q, clock, check, check2, [&dh](const Point3& p) { return dh.locate(p); });
 }
 
 void CKivCgalQuery::Rows(const std::vector<CKivPoint3d>& q, CKivPeerClock& clock, double& check,
                          double& check2) const
 {
     const Dt& dt = m_pImpl->plain;
-    std::size_t found = 0;
-    double sum = 0.0;
-    clock.Start();
     Dt::Face_handle hint;
-    for (const CKivPoint3d& p : q) {
+    Answer(dt, q, clock, check, check2, [&dt, &hint](const Point3& p) {
         Dt::Locate_type lt;
         int li;
-        const Dt::Face_handle f = dt.locate(Point3(p.x, p.y, 0.0), lt, li, hint);
-        double z;
-        if (f != Dt::Face_handle() && !dt.is_infinite(f) && PlanarZ(f, p.x, p.y, z)) {
-            ++found;
-            sum += z;
+        const Dt::Face_handle f = dt.locate(p, lt, li, hint);
+        if (!dt.is_infinite(f)) {
             hint = f;
         }
-    }
-    clock.Stop();
-    check = static_cast<double>(found);
-    check2 = sum;
+        return f;
+    });
 }
