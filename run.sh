@@ -4,6 +4,7 @@
 #   ./run.sh test       build and run the whole test suite
 #   ./run.sh sanitize   build and run the test suite under ASan + UBSan
 #   ./run.sh bench      build the benchmarks
+#   ./run.sh peers      install CGAL, run the side-by-side cases (minutes)
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -51,6 +52,13 @@ bench)
     ensure_packages
     build release
     ls build/release/bench/
+    ;;
+peers)
+    # CGAL is a peer for comparison only, never a dependency of the library.
+    packages+=(libcgal-dev)
+    ensure_packages
+    shift
+    bench/peers/run_peers.sh "$@"
     ;;
 *)
     sed -n '2,7p' "$0" | sed 's/^# \{0,1\}//'

@@ -24,6 +24,7 @@
 #include <kivgeo/point3d.h>
 #include <kivgeo/polyline.h>
 
+#include <array>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -111,6 +112,22 @@ private:
     // the outcome back.
     void LoadWork();
     void StoreWork();
+
+    // Constraint helpers. PlanRingTris turns a side polygon counter-clockwise
+    // and finds index triples that fill it: 1 a fill checked exactly, 0 none
+    // (the ear clipper rejects the polygon; the side stays open), -1 no valid
+    // fill exists (the ear clipper's answer is invalid and the ring is not
+    // simple). FillSides fills both sides of a forced piece, or puts the
+    // piece's deleted triangles (m_vecCutTri) back when a side has no valid
+    // fill.
+    int PlanRingTris(std::vector<_sVertex*>& ring, std::vector<std::array<int, 3>>& tris) const;
+    void AddRingTris(const std::vector<_sVertex*>& ring, const std::vector<std::array<int, 3>>& tris);
+    void FillSides(std::vector<_sVertex*>& left, std::vector<_sVertex*>& right);
+    // One gift-wrapping pass of FillHullPockets; with bReforce it then forces
+    // again the constraints along the filled pockets (true when it did).
+    bool WrapPockets(bool bReforce);
+    // Corners of the triangles the current piece's walk deleted.
+    std::vector<std::array<_sVertex*, 3>> m_vecCutTri;
 
     CKivMeshData* m_pMesh;
     CKivPoint3d m_ptOrigin;
