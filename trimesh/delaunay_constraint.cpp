@@ -235,9 +235,11 @@ bool CKivDelaunay::AddSegYS(const std::vector<CKivPoint3d>& points, bool closed)
     }
     std::vector<_sVertex*> verts;
     verts.reserve(points.size());
+    const std::vector<_sVertex*>& all = m_pMesh->m_vecVertex;
     for (const CKivPoint3d& p : points) {
         const int i = AddVertex(p);
-        verts.push_back(m_pMesh->m_vecVertex.at(static_cast<std::size_t>(i)));
+        verts.push_back(i >= 0 && static_cast<std::size_t>(i) < all.size() ? all[static_cast<std::size_t>(i)]
+                                                                           : nullptr);
     }
     m_vecSegYS.reserve(m_vecSegYS.size() + verts.size());
     const auto addSeg = [this](_sVertex* a, _sVertex* b) {
@@ -280,8 +282,10 @@ bool CKivDelaunay::SetOutline(const std::vector<CKivPoint3d>& points)
 
 void CKivDelaunay::DealSegYS(const _sSeg* seg)
 {
-    // A segment whose two ends merged into one vertex has nothing to force.
-    if (!seg || !seg->pVt[0] || !seg->pVt[1] || seg->pVt[0] == seg->pVt[1]) {
+    // A segment whose two ends merged into one vertex has nothing to force; one
+    // with a non-finite end has no triangles to walk.
+    if (!seg || !seg->pVt[0] || !seg->pVt[1] || seg->pVt[0] == seg->pVt[1] || !IsFinitePlan(seg->pVt[0]) ||
+        !IsFinitePlan(seg->pVt[1])) {
         return;
     }
     _sVertex* start = seg->pVt[0];
