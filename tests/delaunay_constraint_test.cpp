@@ -26,6 +26,7 @@ public:
     static std::vector<_sVertex*>& Verts(CKivMeshData& m) { return m.m_vecVertex; }
     static std::vector<_sTri*>& Tris(CKivMeshData& m) { return m.m_vecTri; }
     static void AddTri(CKivMeshData& m, _sVertex* a, _sVertex* b, _sVertex* c) { m.AddTri(a, b, c); }
+    static void Compact(CKivMeshData& m) { m.CompactTris(); }
 };
 class CKivDelaunayInspector {
 public:
@@ -33,6 +34,7 @@ public:
     static std::size_t HoleCount(const CKivDelaunay& d) { return d.m_vecHole.size(); }
     static unsigned OutlineSize(const CKivDelaunay& d) { return d.m_Outline.NumVerts(); }
     static bool TriPoly(CKivDelaunay& d, std::vector<_sVertex*>& ring) { return d.TriPolyDelaunay(ring); }
+    static void DealSegYS(CKivDelaunay& d, const _sSeg* s) { d.DealSegYS(s); }
 };
 } // namespace TriMesh
 
@@ -422,6 +424,43 @@ TEST(DelaunayConstraint, SegmentThroughAVertexIsForcedInTwoPieces)
     EXPECT_TRUE(has({0, 0}, {5, 5}));
     EXPECT_TRUE(has({5, 5}, {10, 10}));
     EXPECT_FALSE(has({0, 0}, {10, 10}));
+}
+
+// A walk can meet a vertex twice on one side when the vertex's star is not
+// convex: here L0's two long triangles reach across the segment and the short
+// one between them does not, so the left chain is A, L0, X, Y, L0, B. Such a
+// side is no simple polygon; the mesh must stay valid and whole.
+TEST(DelaunayConstraint, WalkMeetingAVertexTwiceKeepsTheMeshValid)
+{
+    CKivMeshData mesh;
+    CKivDelaunay tin(mesh);
+    const Pts pts = {P(-5, 0, 0), P(-1, -1, 0), P(1, -1, 0), P(5, 0, 0), P(0, 4, 0), P(-0.5, 1, 0), P(0.5, 1, 0)};
+    for (const CKivPoint3d& p : pts) {
+        tin.AddVertex(p);
+    }
+    std::vector<_sVertex*>& v = CKivMeshDataInspector::Verts(mesh);
+    _sVertex *a = v[0], *r1 = v[1], *r2 = v[2], *b = v[3], *l0 = v[4], *x = v[5], *y = v[6];
+    const _sVertex* tris[][3] = {{a, r1, l0}, {r1, x, l0}, {r1, r2, x}, {x, r2, y},
+                                 {r2, l0, y}, {r2, b, l0}, {l0, x, y}};
+    for (const auto& t : tris) {
+        CKivMeshDataInspector::AddTri(mesh, const_cast<_sVertex*>(t[0]), const_cast<_sVertex*>(t[1]),
+                                      const_cast<_sVertex*>(t[2]));
+    }
+    std::vector<CKivTri3d> before, after;
+    mesh.OutputData(before);
+    ASSERT_TRUE(IsValid(before));
+    TriMesh::_sSeg seg;
+    seg.pVt[0] = a;
+    seg.pVt[1] = b;
+    CKivDelaunayInspector::DealSegYS(tin, &seg);
+    CKivMeshDataInspector::Compact(mesh);
+    mesh.OutputData(after);
+    EXPECT_TRUE(IsValid(after));
+    EXPECT_NEAR(SumArea2(after), SumArea2(before), 1e-12);
+    // No valid fill of that side exists: the piece is given up and its
+    // triangles are back.
+    EXPECT_EQ(after.size(), before.size());
+    EXPECT_FALSE(HasConstraint(after, pts[0], pts[3]));
 }
 
 // The main property run: random points and non-crossing segments, at several
