@@ -162,15 +162,22 @@ Key K(const CKivPoint3d& p)
 // The constraint AB is in the mesh as one edge or a chain of edges through
 // vertices on AB, each step getting closer to B. Vertices come back from the
 // local origin with a rounding error, so ends match within 1e-9 relative.
-bool HasConstraint(const std::vector<CKivTri3d>& tris, const CKivPoint3d& a, const CKivPoint3d& b)
+using Neighbours = std::map<Key, std::set<Key>>;
+
+Neighbours EdgeMap(const std::vector<CKivTri3d>& tris)
 {
-    std::map<Key, std::set<Key>> nb;
+    Neighbours nb;
     for (const CKivTri3d& t : tris) {
         for (int k = 0; k < 3; ++k) {
             nb[K(t.m_pt[k])].insert(K(t.m_pt[(k + 1) % 3]));
             nb[K(t.m_pt[(k + 1) % 3])].insert(K(t.m_pt[k]));
         }
     }
+    return nb;
+}
+
+bool HasConstraint(const Neighbours& nb, const CKivPoint3d& a, const CKivPoint3d& b)
+{
     const double tol = 1e-9 * (std::fabs(a.x) + std::fabs(a.y) + std::fabs(b.x) + std::fabs(b.y) + 1e-3);
     const auto d2 = [](const Key& p, const CKivPoint3d& q) {
         return (p.first - q.x) * (p.first - q.x) + (p.second - q.y) * (p.second - q.y);
@@ -198,6 +205,11 @@ bool HasConstraint(const std::vector<CKivTri3d>& tris, const CKivPoint3d& a, con
         cur = nb.find(best);
     }
     return false;
+}
+
+bool HasConstraint(const std::vector<CKivTri3d>& tris, const CKivPoint3d& a, const CKivPoint3d& b)
+{
+    return HasConstraint(EdgeMap(tris), a, b);
 }
 
 // Every point the triangulator was given, lines and rings included.
@@ -502,6 +514,34 @@ TEST(DelaunayConstraint, RandomConstraintsArePresentAndValidAtEveryScale)
             if (run.cover) {
                 const double hull = HullArea2(AllPoints(run));
                 EXPECT_NEAR(SumArea2(out), hull, 1e-9 * hull) << "trial " << trial << " scale " << s;
+            }
+        }
+    }
+}
+
+// Long wavy lines through dense data (skinny strips of crossed triangles,
+// vertices met twice by a walk): every segment goes in.
+TEST(DelaunayConstraint, WavyLinesThroughDenseDataAreAllPresent)
+{
+    std::mt19937 rng(29);
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    SInput in;
+    in.points = RandomPoints(rng, 3000, 500000, 3000000, 1000);
+    for (int k = 0; k < 8; ++k) {
+        Pts line;
+        for (int j = 0; j <= 25; ++j) {
+            line.push_back(P(500050 + 36.0 * j, 3000100 + 100.0 * k + 20.0 * (u(rng) - 0.5), 0));
+        }
+        in.lines.push_back(line);
+    }
+    for (const bool cover : {false, true}) {
+        in.cover = cover;
+        const std::vector<CKivTri3d> out = RunTin(in);
+        ASSERT_TRUE(IsValid(out));
+        const Neighbours nb = EdgeMap(out);
+        for (const Pts& l : in.lines) {
+            for (std::size_t j = 1; j < l.size(); ++j) {
+                EXPECT_TRUE(HasConstraint(nb, l[j - 1], l[j]));
             }
         }
     }
