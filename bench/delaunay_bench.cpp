@@ -1,6 +1,7 @@
 // TIN building at map coordinates (x about 500000, y about 3000000, a 10 km
-// square): random points and a regular grid, timed from the first AddVertex
-// to the end of Delaunay(). "delaunay_s" is the Delaunay() call alone.
+// square): random points, a regular grid and a constrained case, timed from the first AddVertex
+// to the end of Delaunay(). "delaunay_s" is the Delaunay() call alone, and
+// "delaunay_cpu_s" its CPU time (steadier than wall time on a busy machine).
 //
 // "peak_MB" is the process's peak resident size (getrusage), which only
 // grows: run one size per process for a clean figure, e.g.
@@ -12,12 +13,20 @@
 #include <sys/resource.h>
 
 #include <chrono>
+#include <ctime>
 #include <random>
 #include <vector>
 
 namespace {
 
 constexpr double kX0 = 500000.0, kY0 = 3000000.0, kSpan = 10000.0;
+
+double ThreadCpuSeconds()
+{
+    timespec ts{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return static_cast<double>(ts.tv_sec) + 1e-9 * static_cast<double>(ts.tv_nsec);
+}
 
 double PeakMB()
 {
@@ -55,7 +64,7 @@ std::vector<CKivPoint3d> GridPoints(std::size_t side)
 
 void Build(benchmark::State& state, const std::vector<CKivPoint3d>& pts)
 {
-    double secDelaunay = 0.0;
+    double secDelaunay = 0.0, cpuDelaunay = 0.0;
     unsigned tris = 0;
     for (auto _ : state) {
         TriMesh::CKivMeshData mesh;
@@ -64,7 +73,9 @@ void Build(benchmark::State& state, const std::vector<CKivPoint3d>& pts)
             tin.AddVertex(p);
         }
         const auto t0 = std::chrono::steady_clock::now();
+        const double c0 = ThreadCpuSeconds();
         const bool ok = tin.Delaunay();
+        cpuDelaunay = ThreadCpuSeconds() - c0;
         secDelaunay = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
         tris = mesh.TriNum();
         if (!ok) {
@@ -74,6 +85,53 @@ void Build(benchmark::State& state, const std::vector<CKivPoint3d>& pts)
     state.counters["points"] = static_cast<double>(pts.size());
     state.counters["triangles"] = tris;
     state.counters["delaunay_s"] = secDelaunay;
+    state.counters["delaunay_cpu_s"] = cpuDelaunay;
+    state.counters["peak_MB"] = PeakMB();
+}
+
+// 10^5 random points with 40 horizontal constraint lines of 50 segments
+// each (2,000 segments, none crossing), a square outline and three square
+// holes between the lines.
+void BM_Constrained(benchmark::State& state)
+{
+    const std::vector<CKivPoint3d> pts = RandomPoints(100000);
+    const auto square = [](double x, double y, double r) {
+        return std::vector<CKivPoint3d>{CKivPoint3d(x - r, y - r, 0.0), CKivPoint3d(x + r, y - r, 0.0),
+                                        CKivPoint3d(x + r, y + r, 0.0), CKivPoint3d(x - r, y + r, 0.0)};
+    };
+    double secDelaunay = 0.0, cpuDelaunay = 0.0;
+    unsigned tris = 0;
+    for (auto _ : state) {
+        TriMesh::CKivMeshData mesh;
+        TriMesh::CKivDelaunay tin(mesh);
+        for (const CKivPoint3d& p : pts) {
+            tin.AddVertex(p);
+        }
+        for (int k = 0; k < 40; ++k) {
+            std::vector<CKivPoint3d> line;
+            const double y = kY0 + 500.0 + 225.0 * k + 3.3;
+            for (int i = 0; i <= 50; ++i) {
+                line.emplace_back(kX0 + 1000.0 + 160.0 * i + 1.7, y, 5.0);
+            }
+            tin.AddSegYS(line, false);
+        }
+        tin.SetOutline(square(kX0 + 5000.0, kY0 + 5000.0, 4800.0));
+        for (int h = 0; h < 3; ++h) {
+            tin.AddHoleLine(square(kX0 + 2000.0 + 3000.0 * h, kY0 + 500.0 + 225.0 * (10 + 10 * h) + 112.5, 60.0));
+        }
+        const auto t0 = std::chrono::steady_clock::now();
+        const double c0 = ThreadCpuSeconds();
+        const bool ok = tin.Delaunay();
+        cpuDelaunay = ThreadCpuSeconds() - c0;
+        secDelaunay = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+        tris = mesh.TriNum();
+        if (!ok) {
+            state.SkipWithError("Delaunay() failed");
+        }
+    }
+    state.counters["triangles"] = tris;
+    state.counters["delaunay_s"] = secDelaunay;
+    state.counters["delaunay_cpu_s"] = cpuDelaunay;
     state.counters["peak_MB"] = PeakMB();
 }
 
@@ -90,4 +148,5 @@ void BM_Grid(benchmark::State& state)
 } // namespace
 
 BENCHMARK(BM_Random)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_Constrained)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(BM_Grid)->Arg(316)->Arg(1000)->Unit(benchmark::kMillisecond)->Iterations(1);

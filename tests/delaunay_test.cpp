@@ -656,6 +656,10 @@ TEST(Delaunay, ValidOnEveryScale)
             return p;
         }());
     }
+    // Far beyond any map: the tolerant tests overflow or see nothing, the
+    // result must still be valid.
+    sets.emplace_back("sphere x1e-100", Scaled(sphere, 1e-100));
+    sets.emplace_back("sphere x1e100", Scaled(sphere, 1e100));
     for (const auto& s : sets) {
         // Merging would fold the small sets into single points.
         CheckCore(s.second, s.first == "near duplicates", s.first);
@@ -887,10 +891,18 @@ TEST(Delaunay, SecondRunGivesTheSameResult)
             EXPECT_NEAR(first[i].m_pt[k].y, second[i].m_pt[k].y, 1e-9);
         }
     }
-    // After the caller drops the bounding vertices, a run still works.
+    // After the caller drops the bounding vertices and adds points (which
+    // may land at the freed records' addresses), a run uses every point.
     mesh.ClearVoidVet();
+    for (int k = 0; k < 3; ++k) {
+        d.AddVertex(CKivPoint3d(1010.0 + k, 2010.0 + 7 * k, 0.0));
+    }
     ASSERT_TRUE(d.Delaunay());
-    EXPECT_EQ(mesh.TriNum(), first.size());
+    CKivMeshDataInspector mi(mesh);
+    for (std::size_t i = mi.Verts().size() - 6; i < mi.Verts().size() - 3; ++i) {
+        EXPECT_FALSE(mi.Verts()[i]->vecTri.empty()) << i;
+    }
+    EXPECT_GT(mesh.TriNum(), first.size());
 }
 
 TEST(Delaunay, ReportsProgress)

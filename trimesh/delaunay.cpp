@@ -56,8 +56,7 @@ int CKivDelaunay::AddVertex(const CKivPoint3d& p)
 
 bool CKivDelaunay::IsUsableVertex(const _sVertex* v) const
 {
-    return CKivDelaunayWork::IsUsable(v->pt) && !m_pWork->IsPrevBound(v) && v != m_pBoundVt[0] &&
-           v != m_pBoundVt[1] && v != m_pBoundVt[2];
+    return CKivDelaunayWork::IsUsable(v->pt) && !m_pWork->IsExcluded(v);
 }
 
 bool CKivDelaunay::UsableExtent(double& x0, double& y0, double& x1, double& y1) const
@@ -114,6 +113,7 @@ void CKivDelaunay::SetTriBound()
 {
     double x0, y0, x1, y1;
     if (!UsableExtent(x0, y0, x1, y1)) {
+        m_pBoundVt[0] = m_pBoundVt[1] = m_pBoundVt[2] = nullptr;
         throw -1;
     }
     const double len = std::max(x1 - x0, y1 - y0);
@@ -138,6 +138,9 @@ void CKivDelaunay::SetTriBound()
     m_pBoundVt[0] = add(CKivPoint3d(cx - 2 * len, cy - len, 0.0));
     m_pBoundVt[1] = add(CKivPoint3d(cx, cy + 2 * len, 0.0));
     m_pBoundVt[2] = add(CKivPoint3d(cx + 2 * len, cy - len, 0.0));
+    for (const _sVertex* v : m_pBoundVt) {
+        m_pWork->Exclude(v);
+    }
     const CKivPoint3d& a = m_pBoundVt[2]->pt;
     const CKivPoint3d& b = m_pBoundVt[1]->pt;
     const CKivPoint3d& c = m_pBoundVt[0]->pt;
@@ -248,7 +251,9 @@ bool CKivDelaunay::Delaunay()
 {
     CKivMeshData& m = *m_pMesh;
     bool ok = false;
+    bool bBound = false; // this run made its bounding vertices
     m_pWork->Clear();
+    m_pWork->BeginRun(m.m_vecVertex);
     try {
         TranslateCoord(false);
         if (IsNotMesh()) {
@@ -286,6 +291,7 @@ bool CKivDelaunay::Delaunay()
             }
             DigHolesAndOutline();
         } else {
+            bBound = true;
             SetTriBound();
             LoadWork();
             double x0, y0, x1, y1;
@@ -338,7 +344,10 @@ bool CKivDelaunay::Delaunay()
     }
     m.CompactTris();
     TranslateCoord(true);
-    m_pWork->SetPrevBound(m_pBoundVt);
+    if (bBound) {
+        m_pWork->SetPrevBound(m_pBoundVt);
+    }
+    m_pWork->EndRun();
     m.ResetOctTree();
     return ok;
 }

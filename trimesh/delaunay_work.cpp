@@ -378,7 +378,7 @@ void CKivDelaunayWork::CollectBoundary()
         for (int k = 0; k < 3; ++k) {
             const int nb = r.n[k];
             if (nb < 0 || !m_vecTri[nb].mark) {
-                m_vecEdge.push_back({r.v[k], r.v[(k + 1) % 3], x, k});
+                m_vecEdge.push_back({r.v[k], r.v[(k + 1) % 3], x, nb});
             }
         }
     }
@@ -535,11 +535,15 @@ bool CKivDelaunayWork::Insert(int iv)
         return false;
     }
 
-    // Fan the boundary edges to the point, in order; the outside neighbour of
-    // each edge is relinked to its new triangle.
+    // The cavity goes first, so that the new triangles take its (cached)
+    // slots. Then fan the boundary edges to the point, in order, relinking
+    // the outside neighbour of each edge to its new triangle.
+    for (int x : m_vecCavity) {
+        FreeTri(x);
+    }
     m_vecNew.clear();
     for (const SEdge& e : m_vecEdge) {
-        const int outer = m_vecTri[e.owner].n[e.k];
+        const int outer = e.outer;
         const int t = NewTri(e.a, e.b, iv);
         m_vecTri[t].n[0] = outer;
         if (outer >= 0) {
@@ -564,9 +568,6 @@ bool CKivDelaunayWork::Insert(int iv)
         m_vecStartAt[e.a] = -1;
         m_vecEndAt[e.b] = -1;
     }
-    for (int x : m_vecCavity) {
-        FreeTri(x);
-    }
     m_nLastTri = m_vecNew.back();
     if (m_nRebuildAt) {
         GridPut(iv);
@@ -579,6 +580,16 @@ void CKivDelaunayWork::SetPrevBound(_sVertex* const* v)
     for (int k = 0; k < 3; ++k) {
         m_pPrevBound[k] = v[k];
         m_ptPrevBound[k] = v[k] ? v[k]->pt : CKivPoint3d();
+    }
+}
+
+void CKivDelaunayWork::BeginRun(const std::vector<_sVertex*>& verts)
+{
+    m_vecExclude.clear();
+    for (const _sVertex* v : verts) {
+        if (IsPrevBound(v)) {
+            m_vecExclude.push_back(v);
+        }
     }
 }
 

@@ -22,6 +22,7 @@
 
 #include <kivgeo/mesh_data.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <vector>
@@ -58,9 +59,20 @@ public:
     bool IsLoaded() const { return m_bLoaded; }
 
     // The bounding vertices of the last run, remembered by record and world
-    // position, so that a later run can tell them from data vertices.
+    // position (the caller may have freed them since, and a new vertex may
+    // sit at the same address), so that a later run can tell them from data.
     void SetPrevBound(_sVertex* const* v);
     bool IsPrevBound(const _sVertex* v) const;
+    // The vertices a run leaves out besides the non-finite ones: at its
+    // start (world coordinates) the previous run's bounding vertices, then
+    // its own as SetTriBound makes them.
+    void BeginRun(const std::vector<_sVertex*>& verts);
+    void Exclude(const _sVertex* v) { m_vecExclude.push_back(v); }
+    bool IsExcluded(const _sVertex* v) const
+    {
+        return std::find(m_vecExclude.begin(), m_vecExclude.end(), v) != m_vecExclude.end();
+    }
+    void EndRun() { m_vecExclude.clear(); }
 
 private:
     // One cache line holds two. A free slot has v[0] == -1 and links the
@@ -74,7 +86,7 @@ private:
     struct SEdge {
         int a, b;  // the edge as oriented in its triangle
         int owner; // cavity triangle
-        int k;     // edge slot in owner
+        int outer; // the triangle across it, -1 for none
     };
 
     int NewTri(int a, int b, int c);
@@ -128,6 +140,7 @@ private:
     std::size_t m_nRebuildAt = 0;
 
     _sVertex* m_pPrevBound[3] = {nullptr, nullptr, nullptr};
+    std::vector<const _sVertex*> m_vecExclude;
     CKivPoint3d m_ptPrevBound[3];
 };
 
