@@ -599,6 +599,15 @@ void CheckCore(const Pts& pts, bool merge, const std::string& what)
         unused += !used[i] && Usable(pos[i]);
     }
     EXPECT_EQ(unused, 0) << what;
+    // Euler for a disk: V - E + T = 1.
+    std::map<std::pair<int, int>, int> edges;
+    for (const Triple& t : tris) {
+        for (int k = 0; k < 3; ++k) {
+            ++edges[{std::min(t[k], t[(k + 1) % 3]), std::max(t[k], t[(k + 1) % 3])}];
+        }
+    }
+    const long nUsed = std::count(used.begin(), used.end(), 1);
+    EXPECT_EQ(nUsed - static_cast<long>(edges.size()) + static_cast<long>(tris.size()), 1) << what;
     const CKivPoint3d &a = di.BoundVt()[0]->pt, &b = di.BoundVt()[1]->pt, &e = di.BoundVt()[2]->pt;
     const double whole = 0.5 * std::fabs((b.x - a.x) * (e.y - a.y) - (e.x - a.x) * (b.y - a.y));
     EXPECT_NEAR(c.area, whole, whole * 1e-9) << what;
@@ -694,8 +703,8 @@ TEST(Delaunay, PropertiesOnManyInputs)
             }
             EXPECT_EQ(CountCircleViolations(pos, tris, used), 0) << round;
         }
-        // Euler: a triangulated region with V vertices, E edges, T triangles
-        // and C boundary components... at least: E = (3T + B) / 2.
+        // Every edge has one or two triangles, and the counts agree:
+        // 2E = 3T + B for B edges on the boundary.
         std::map<std::pair<int, int>, int> und;
         for (const Triple& t : tris) {
             for (int k = 0; k < 3; ++k) {
@@ -959,6 +968,34 @@ TEST(Delaunay, StepsOnTheirOwn)
     di.FindCircumTri(v, t, a);
     CPlain(mesh).Flood(v, t, b);
     EXPECT_EQ(a, b);
+}
+
+// Inputs with no general position at all: whatever comes out is valid and
+// uses every point where the full triangulation is concerned.
+TEST(Delaunay, DegenerateInputs)
+{
+    Pts line, circle, twoLines, same;
+    for (int i = 0; i < 400; ++i) {
+        line.emplace_back(1000.0 + 0.37 * i, 2000.0 + 0.11 * i, 0.0);
+        const double a = 6.283185307179586 * i / 400;
+        circle.emplace_back(500000.0 + 50.0 * std::cos(a), 3000000.0 + 50.0 * std::sin(a), 0.0);
+        twoLines.emplace_back(0.5 * i, (i % 2) * 3.0, 0.0);
+        same.emplace_back(7.0, 8.0, i);
+    }
+    for (const Pts* p : {&line, &circle, &twoLines}) {
+        CheckCore(*p, true, "degenerate");
+        CRun run;
+        Triangulate(run, *p);
+        EXPECT_TRUE(run.ok);
+        const CCheck c = CheckValid(Positions(run.mesh), Triples(run.mesh));
+        EXPECT_TRUE(c.ok) << c.why;
+    }
+    CRun run;
+    Triangulate(run, line);
+    EXPECT_EQ(run.mesh.TriNum(), 0u); // nothing but slivers to the bounding corners
+    CRun one;
+    Triangulate(one, same);
+    EXPECT_FALSE(one.ok); // all merged into one vertex
 }
 
 } // namespace

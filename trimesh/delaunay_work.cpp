@@ -230,6 +230,13 @@ int CKivDelaunayWork::LegacyWalk(int start, double px, double py) const
         const SVert& a = m_vecPt[r.v[0]];
         const SVert& b = m_vecPt[r.v[1]];
         const SVert& c = m_vecPt[r.v[2]];
+        // The next step goes to one of the neighbours: fetch all three while
+        // the point is classified.
+        for (int k = 0; k < 3; ++k) {
+            if (r.n[k] >= 0) {
+                __builtin_prefetch(&m_vecTri[r.n[k]]);
+            }
+        }
         const int pos = GetPtPosInTri2D(px, py, a.x, a.y, b.x, b.y, c.x, c.y, false);
         if (pos < 1 || pos > 3) {
             return t;
