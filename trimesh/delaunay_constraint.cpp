@@ -307,9 +307,18 @@ public:
                 const double den = 2.0 * (cx * nx + cy * ny);
                 cands.emplace_back(den > 0 ? (cx * cx + cy * cy - ra) / den : HUGE_VAL, static_cast<int>(i));
             }
-            std::sort(cands.begin(), cands.end());
-            for (const auto& sc : cands) {
-                const int ic = sc.second;
+            // The best is nearly always admissible: try it before sorting.
+            const auto first = std::min_element(cands.begin(), cands.end());
+            if (first != cands.end() && first != cands.begin()) {
+                std::iter_swap(cands.begin(), first);
+            }
+            bool sorted = false;
+            for (std::size_t k = 0; k < cands.size(); ++k) {
+                if (k == 1 && !sorted) {
+                    std::sort(cands.begin() + 1, cands.end());
+                    sorted = true;
+                }
+                const int ic = cands[k].second;
                 if (!IsFree(e.a, e.b, ic)) {
                     continue;
                 }
