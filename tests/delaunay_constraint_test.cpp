@@ -26,6 +26,7 @@ public:
     static std::vector<_sVertex*>& Verts(CKivMeshData& m) { return m.m_vecVertex; }
     static std::vector<_sTri*>& Tris(CKivMeshData& m) { return m.m_vecTri; }
     static void AddTri(CKivMeshData& m, _sVertex* a, _sVertex* b, _sVertex* c) { m.AddTri(a, b, c); }
+    static void Compact(CKivMeshData& m) { m.CompactTris(); }
 };
 class CKivDelaunayInspector {
 public:
@@ -33,6 +34,7 @@ public:
     static std::size_t HoleCount(const CKivDelaunay& d) { return d.m_vecHole.size(); }
     static unsigned OutlineSize(const CKivDelaunay& d) { return d.m_Outline.NumVerts(); }
     static bool TriPoly(CKivDelaunay& d, std::vector<_sVertex*>& ring) { return d.TriPolyDelaunay(ring); }
+    static void DealSegYS(CKivDelaunay& d, const _sSeg* s) { d.DealSegYS(s); }
 };
 } // namespace TriMesh
 
@@ -160,15 +162,22 @@ Key K(const CKivPoint3d& p)
 // The constraint AB is in the mesh as one edge or a chain of edges through
 // vertices on AB, each step getting closer to B. Vertices come back from the
 // local origin with a rounding error, so ends match within 1e-9 relative.
-bool HasConstraint(const std::vector<CKivTri3d>& tris, const CKivPoint3d& a, const CKivPoint3d& b)
+using Neighbours = std::map<Key, std::set<Key>>;
+
+Neighbours EdgeMap(const std::vector<CKivTri3d>& tris)
 {
-    std::map<Key, std::set<Key>> nb;
+    Neighbours nb;
     for (const CKivTri3d& t : tris) {
         for (int k = 0; k < 3; ++k) {
             nb[K(t.m_pt[k])].insert(K(t.m_pt[(k + 1) % 3]));
             nb[K(t.m_pt[(k + 1) % 3])].insert(K(t.m_pt[k]));
         }
     }
+    return nb;
+}
+
+bool HasConstraint(const Neighbours& nb, const CKivPoint3d& a, const CKivPoint3d& b)
+{
     const double tol = 1e-9 * (std::fabs(a.x) + std::fabs(a.y) + std::fabs(b.x) + std::fabs(b.y) + 1e-3);
     const auto d2 = [](const Key& p, const CKivPoint3d& q) {
         return (p.first - q.x) * (p.first - q.x) + (p.second - q.y) * (p.second - q.y);
@@ -196,6 +205,11 @@ bool HasConstraint(const std::vector<CKivTri3d>& tris, const CKivPoint3d& a, con
         cur = nb.find(best);
     }
     return false;
+}
+
+bool HasConstraint(const std::vector<CKivTri3d>& tris, const CKivPoint3d& a, const CKivPoint3d& b)
+{
+    return HasConstraint(EdgeMap(tris), a, b);
 }
 
 // Every point the triangulator was given, lines and rings included.
@@ -424,6 +438,44 @@ TEST(DelaunayConstraint, SegmentThroughAVertexIsForcedInTwoPieces)
     EXPECT_FALSE(has({0, 0}, {10, 10}));
 }
 
+// A walk can meet a vertex twice on one side when the vertex's star is not
+// convex: here L0's two long triangles reach across the segment and the short
+// one between them does not, so the left chain is A, L0, X, Y, L0, B. Such a
+// side is no simple polygon; the segment must still go in and the mesh stay
+// valid and whole.
+TEST(DelaunayConstraint, WalkMeetingAVertexTwiceKeepsTheMeshValid)
+{
+    CKivMeshData mesh;
+    CKivDelaunay tin(mesh);
+    const Pts pts = {P(-5, 0, 0), P(-1, -1, 0), P(1, -1, 0), P(5, 0, 0), P(0, 4, 0), P(-0.5, 1, 0), P(0.5, 1, 0)};
+    for (const CKivPoint3d& p : pts) {
+        tin.AddVertex(p);
+    }
+    std::vector<_sVertex*>& v = CKivMeshDataInspector::Verts(mesh);
+    _sVertex *a = v[0], *r1 = v[1], *r2 = v[2], *b = v[3], *l0 = v[4], *x = v[5], *y = v[6];
+    const _sVertex* tris[][3] = {{a, r1, l0}, {r1, x, l0}, {r1, r2, x}, {x, r2, y},
+                                 {r2, l0, y}, {r2, b, l0}, {l0, x, y}};
+    for (const auto& t : tris) {
+        CKivMeshDataInspector::AddTri(mesh, const_cast<_sVertex*>(t[0]), const_cast<_sVertex*>(t[1]),
+                                      const_cast<_sVertex*>(t[2]));
+    }
+    std::vector<CKivTri3d> before, after;
+    mesh.OutputData(before);
+    ASSERT_TRUE(IsValid(before));
+    TriMesh::_sSeg seg;
+    seg.pVt[0] = a;
+    seg.pVt[1] = b;
+    CKivDelaunayInspector::DealSegYS(tin, &seg);
+    CKivMeshDataInspector::Compact(mesh);
+    mesh.OutputData(after);
+    EXPECT_TRUE(IsValid(after));
+    EXPECT_NEAR(SumArea2(after), SumArea2(before), 1e-12);
+    // The side is filled from its edges (the ear clipper cannot): the same
+    // region, as many triangles, and the segment is an edge.
+    EXPECT_EQ(after.size(), before.size());
+    EXPECT_TRUE(HasConstraint(after, pts[0], pts[3]));
+}
+
 // The main property run: random points and non-crossing segments, at several
 // scales; every triangle valid and every segment present.
 TEST(DelaunayConstraint, RandomConstraintsArePresentAndValidAtEveryScale)
@@ -462,6 +514,34 @@ TEST(DelaunayConstraint, RandomConstraintsArePresentAndValidAtEveryScale)
             if (run.cover) {
                 const double hull = HullArea2(AllPoints(run));
                 EXPECT_NEAR(SumArea2(out), hull, 1e-9 * hull) << "trial " << trial << " scale " << s;
+            }
+        }
+    }
+}
+
+// Long wavy lines through dense data (skinny strips of crossed triangles,
+// vertices met twice by a walk): every segment goes in.
+TEST(DelaunayConstraint, WavyLinesThroughDenseDataAreAllPresent)
+{
+    std::mt19937 rng(29);
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    SInput in;
+    in.points = RandomPoints(rng, 3000, 500000, 3000000, 1000);
+    for (int k = 0; k < 8; ++k) {
+        Pts line;
+        for (int j = 0; j <= 25; ++j) {
+            line.push_back(P(500050 + 36.0 * j, 3000100 + 100.0 * k + 20.0 * (u(rng) - 0.5), 0));
+        }
+        in.lines.push_back(line);
+    }
+    for (const bool cover : {false, true}) {
+        in.cover = cover;
+        const std::vector<CKivTri3d> out = RunTin(in);
+        ASSERT_TRUE(IsValid(out));
+        const Neighbours nb = EdgeMap(out);
+        for (const Pts& l : in.lines) {
+            for (std::size_t j = 1; j < l.size(); ++j) {
+                EXPECT_TRUE(HasConstraint(nb, l[j - 1], l[j]));
             }
         }
     }

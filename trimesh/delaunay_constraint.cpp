@@ -226,6 +226,206 @@ double RingArea2(const std::vector<_sVertex*>& ring)
     return s;
 }
 
+// Gift wrapping of regions not yet covered by triangles. A front edge a->b
+// has triangles (or the outside of a ring) on its left and the region to fill
+// on its right. For each front edge the new triangle takes, among the open
+// vertices strictly on its right, the one whose circle through a and b reaches
+// least far to the right (the constrained Delaunay choice); a candidate is
+// admitted only when, by exact tests, no open vertex lies in or on the
+// triangle and no live front edge meets its two new sides, so nothing
+// overlaps. A front edge with no admissible vertex is left alive.
+class CKivGiftWrap {
+public:
+    // Local number of v; bFree marks a vertex that has no triangle yet.
+    int Vertex(_sVertex* v, bool bFree)
+    {
+        const auto it = m_local.emplace(v, static_cast<int>(m_verts.size()));
+        if (it.second) {
+            m_verts.push_back(v);
+            m_degree.push_back(0);
+            m_free.push_back(bFree ? 1 : 0);
+            m_touched.push_back(0);
+        }
+        return it.first->second;
+    }
+    int Find(const _sVertex* v) const
+    {
+        const auto it = m_local.find(v);
+        return it == m_local.end() ? -1 : it->second;
+    }
+    // Adds the front edge a->b, or closes it against a live b->a.
+    void Edge(int a, int b)
+    {
+        const auto rev = m_edgeAt.find(Key(b, a));
+        if (rev != m_edgeAt.end()) {
+            Kill(rev->second);
+            return;
+        }
+        if (m_edgeAt.emplace(Key(a, b), static_cast<int>(m_edges.size())).second) {
+            m_edges.push_back({a, b, true});
+            ++m_degree[static_cast<std::size_t>(a)], ++m_degree[static_cast<std::size_t>(b)];
+            m_stack.push_back(static_cast<int>(m_edges.size()) - 1);
+        }
+    }
+    std::size_t VertexCount() const { return m_verts.size(); }
+    bool Touched(int i) const { return i >= 0 && m_touched[static_cast<std::size_t>(i)]; }
+    bool Closed() const
+    {
+        return std::none_of(m_edges.begin(), m_edges.end(), [](const SFront& e) { return e.alive; });
+    }
+
+    // Fills what it can; add(b, a, c) receives each new counter-clockwise
+    // triangle. True when it added any.
+    template <class FnAdd> bool Run(FnAdd&& add)
+    {
+        bool added = false;
+        std::vector<std::pair<double, int>> cands;
+        // Edges are processed newest first; each added triangle kills one edge
+        // and adds at most two, and there are finitely many triangles, so the
+        // loop ends.
+        while (!m_stack.empty()) {
+            const int ie = m_stack.back();
+            m_stack.pop_back();
+            const SFront e = m_edges[static_cast<std::size_t>(ie)];
+            if (!e.alive) {
+                continue;
+            }
+            const _sVertex* a = m_verts[static_cast<std::size_t>(e.a)];
+            const _sVertex* b = m_verts[static_cast<std::size_t>(e.b)];
+            // Circle centres through a and b lie on m + s * n (n the right
+            // normal of a->b); the smallest s is the Delaunay vertex.
+            const double mx = 0.5 * (a->pt.x + b->pt.x), my = 0.5 * (a->pt.y + b->pt.y);
+            const double nx = b->pt.y - a->pt.y, ny = a->pt.x - b->pt.x;
+            const double ra = (a->pt.x - mx) * (a->pt.x - mx) + (a->pt.y - my) * (a->pt.y - my);
+            cands.clear();
+            for (std::size_t i = 0; i < m_verts.size(); ++i) {
+                const _sVertex* c = m_verts[i];
+                if (c == a || c == b || !IsOpen(i) || Orient(a, b, c) >= 0) {
+                    continue;
+                }
+                const double cx = c->pt.x - mx, cy = c->pt.y - my;
+                const double den = 2.0 * (cx * nx + cy * ny);
+                cands.emplace_back(den > 0 ? (cx * cx + cy * cy - ra) / den : HUGE_VAL, static_cast<int>(i));
+            }
+            // The best is nearly always admissible: try it before sorting.
+            const auto first = std::min_element(cands.begin(), cands.end());
+            if (first != cands.end() && first != cands.begin()) {
+                std::iter_swap(cands.begin(), first);
+            }
+            bool sorted = false;
+            for (std::size_t k = 0; k < cands.size(); ++k) {
+                if (k == 1 && !sorted) {
+                    std::sort(cands.begin() + 1, cands.end());
+                    sorted = true;
+                }
+                const int ic = cands[k].second;
+                if (!IsFree(e.a, e.b, ic)) {
+                    continue;
+                }
+                add(m_verts[static_cast<std::size_t>(e.b)], m_verts[static_cast<std::size_t>(e.a)],
+                    m_verts[static_cast<std::size_t>(ic)]);
+                Kill(ie);
+                Edge(e.a, ic);
+                Edge(ic, e.b);
+                for (const int i : {e.a, e.b, ic}) {
+                    m_touched[static_cast<std::size_t>(i)] = 1;
+                    m_free[static_cast<std::size_t>(i)] = 0;
+                }
+                added = true;
+                break;
+            }
+        }
+        return added;
+    }
+
+private:
+    struct SFront {
+        int a, b;
+        bool alive;
+    };
+    static std::uint64_t Key(int a, int b)
+    {
+        return (static_cast<std::uint64_t>(static_cast<std::uint32_t>(a)) << 32) | static_cast<std::uint32_t>(b);
+    }
+    void Kill(int ie)
+    {
+        SFront& e = m_edges[static_cast<std::size_t>(ie)];
+        e.alive = false;
+        --m_degree[static_cast<std::size_t>(e.a)], --m_degree[static_cast<std::size_t>(e.b)];
+        m_edgeAt.erase(Key(e.a, e.b));
+    }
+    bool IsOpen(std::size_t i) const { return m_degree[i] > 0 || m_free[i]; }
+    // Strictly counter-clockwise (b, a, c) is given; no open vertex in or on
+    // it and no live front edge meeting its new sides a-c and c-b.
+    bool IsFree(int ia, int ib, int ic) const
+    {
+        const _sVertex* a = m_verts[static_cast<std::size_t>(ia)];
+        const _sVertex* b = m_verts[static_cast<std::size_t>(ib)];
+        const _sVertex* c = m_verts[static_cast<std::size_t>(ic)];
+        const double x0 = std::min({a->pt.x, b->pt.x, c->pt.x}), x1 = std::max({a->pt.x, b->pt.x, c->pt.x});
+        const double y0 = std::min({a->pt.y, b->pt.y, c->pt.y}), y1 = std::max({a->pt.y, b->pt.y, c->pt.y});
+        for (std::size_t i = 0; i < m_verts.size(); ++i) {
+            const _sVertex* w = m_verts[i];
+            if (w == a || w == b || w == c || w->pt.x < x0 || w->pt.x > x1 || w->pt.y < y0 || w->pt.y > y1 ||
+                !IsOpen(i)) {
+                continue;
+            }
+            if (InClosedTri(w, b, a, c)) {
+                return false;
+            }
+        }
+        for (const SFront& e : m_edges) {
+            if (!e.alive) {
+                continue;
+            }
+            const _sVertex* u = m_verts[static_cast<std::size_t>(e.a)];
+            const _sVertex* w = m_verts[static_cast<std::size_t>(e.b)];
+            if (std::max(u->pt.x, w->pt.x) < x0 || std::min(u->pt.x, w->pt.x) > x1 ||
+                std::max(u->pt.y, w->pt.y) < y0 || std::min(u->pt.y, w->pt.y) > y1) {
+                continue;
+            }
+            if (SegsBlock(a, c, u, w) || SegsBlock(c, b, u, w)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    std::vector<_sVertex*> m_verts;
+    std::unordered_map<const _sVertex*, int> m_local;
+    std::vector<int> m_degree;   // live front edges at the vertex
+    std::vector<char> m_free;    // no triangle yet: open without edges
+    std::vector<char> m_touched; // corner of a triangle added here
+    std::vector<SFront> m_edges;
+    std::unordered_map<std::uint64_t, int> m_edgeAt;
+    std::vector<int> m_stack;
+};
+
+// Fills a counter-clockwise ring that may touch itself at vertices; the
+// triples index the ring (the first position of a repeated vertex). False,
+// with tris cleared, when the region cannot be filled completely.
+bool WrapRing(const std::vector<_sVertex*>& ring, std::vector<Triple>& tris)
+{
+    tris.clear();
+    CKivGiftWrap wrap;
+    std::unordered_map<const _sVertex*, int> pos;
+    for (std::size_t i = 0; i < ring.size(); ++i) {
+        pos.emplace(ring[i], static_cast<int>(i));
+        wrap.Vertex(ring[i], false);
+    }
+    // The inside is on the left of the ring's edges: on the right of their
+    // reversals.
+    for (std::size_t i = 0; i < ring.size(); ++i) {
+        wrap.Edge(wrap.Find(ring[(i + 1) % ring.size()]), wrap.Find(ring[i]));
+    }
+    wrap.Run([&](_sVertex* a, _sVertex* b, _sVertex* c) { tris.push_back({pos[a], pos[b], pos[c]}); });
+    if (!wrap.Closed()) {
+        tris.clear();
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 bool CKivDelaunay::AddSegYS(const std::vector<CKivPoint3d>& points, bool closed)
@@ -235,9 +435,11 @@ bool CKivDelaunay::AddSegYS(const std::vector<CKivPoint3d>& points, bool closed)
     }
     std::vector<_sVertex*> verts;
     verts.reserve(points.size());
+    const std::vector<_sVertex*>& all = m_pMesh->m_vecVertex;
     for (const CKivPoint3d& p : points) {
         const int i = AddVertex(p);
-        verts.push_back(m_pMesh->m_vecVertex.at(static_cast<std::size_t>(i)));
+        verts.push_back(i >= 0 && static_cast<std::size_t>(i) < all.size() ? all[static_cast<std::size_t>(i)]
+                                                                           : nullptr);
     }
     m_vecSegYS.reserve(m_vecSegYS.size() + verts.size());
     const auto addSeg = [this](_sVertex* a, _sVertex* b) {
@@ -280,8 +482,10 @@ bool CKivDelaunay::SetOutline(const std::vector<CKivPoint3d>& points)
 
 void CKivDelaunay::DealSegYS(const _sSeg* seg)
 {
-    // A segment whose two ends merged into one vertex has nothing to force.
-    if (!seg || !seg->pVt[0] || !seg->pVt[1] || seg->pVt[0] == seg->pVt[1]) {
+    // A segment whose two ends merged into one vertex has nothing to force; one
+    // with a non-finite end has no triangles to walk.
+    if (!seg || !seg->pVt[0] || !seg->pVt[1] || seg->pVt[0] == seg->pVt[1] || !IsFinitePlan(seg->pVt[0]) ||
+        !IsFinitePlan(seg->pVt[1])) {
         return;
     }
     _sVertex* start = seg->pVt[0];
@@ -458,13 +662,13 @@ int CKivDelaunay::PlanRingTris(std::vector<_sVertex*>& ring, std::vector<Triple>
         return 1;
     }
     // The tolerances misled the ear clipper (cross products near 1e-6):
-    // clip again with exact tests. A ring that is not simple (the walk
-    // passed a vertex twice: its star is not convex) has no such fill.
+    // clip again with exact tests.
     if (simple && ExactEarClip(ring, tris)) {
         return 1;
     }
-    tris.clear();
-    return -1;
+    // A ring that touches itself at a vertex (the walk met a vertex twice:
+    // its star is not convex) is filled by gift wrapping from its edges.
+    return WrapRing(ring, tris) ? 1 : -1;
 }
 
 void CKivDelaunay::AddRingTris(const std::vector<_sVertex*>& ring, const std::vector<Triple>& tris)
@@ -520,34 +724,15 @@ bool CKivDelaunay::WrapPockets(bool bReforce)
     CKivMeshData& m = *m_pMesh;
     m.CompactTris();
 
-    // Free vertices get a local number; edges are pairs of local numbers.
-    std::vector<_sVertex*> verts;
-    std::unordered_map<const _sVertex*, int> local;
-    const auto localOf = [&](_sVertex* v) {
-        const auto it = local.emplace(v, static_cast<int>(verts.size()));
-        if (it.second) {
-            verts.push_back(v);
-        }
-        return it.first->second;
-    };
-    struct SFront {
-        int a, b;
-        bool alive;
-    };
-    std::vector<SFront> edges;
-    std::unordered_map<std::uint64_t, int> edgeAt;
-    const auto key = [](int a, int b) {
-        return (static_cast<std::uint64_t>(static_cast<std::uint32_t>(a)) << 32) | static_cast<std::uint32_t>(b);
-    };
-    std::vector<int> stack;
-
     // Boundary edges: at vertex v, the edge v->w of one of its triangles is on
     // the boundary when no triangle at v has w as the corner before v.
+    // Vertices without triangles take part as free vertices.
+    CKivGiftWrap wrap;
     std::vector<_sVertex*> nexts, prevs;
     for (_sVertex* v : m.m_vecVertex) {
         if (v->vecTri.empty()) {
             if (IsUsableVertex(v)) {
-                localOf(v);
+                wrap.Vertex(v, true);
             }
             continue;
         }
@@ -558,127 +743,15 @@ bool CKivDelaunay::WrapPockets(bool bReforce)
             prevs.push_back(t->pVt[(k + 2) % 3]);
         }
         for (_sVertex* w : nexts) {
-            if (std::find(prevs.begin(), prevs.end(), w) != prevs.end()) {
-                continue;
-            }
-            const int a = localOf(v), b = localOf(w);
-            if (edgeAt.emplace(key(a, b), static_cast<int>(edges.size())).second) {
-                edges.push_back({a, b, true});
+            if (std::find(prevs.begin(), prevs.end(), w) == prevs.end()) {
+                wrap.Edge(wrap.Vertex(v, false), wrap.Vertex(w, false));
             }
         }
     }
-    if (edges.empty() && verts.size() < 3) {
+    if (wrap.VertexCount() < 3) {
         return false;
     }
-    // Vertices still open to new triangles: on a live boundary edge, or free.
-    std::vector<int> degree(verts.size(), 0);
-    for (const SFront& e : edges) {
-        ++degree[static_cast<std::size_t>(e.a)], ++degree[static_cast<std::size_t>(e.b)];
-    }
-    const auto isOpen = [&](int i) {
-        return degree[static_cast<std::size_t>(i)] > 0 || verts[static_cast<std::size_t>(i)]->vecTri.empty();
-    };
-    for (std::size_t i = edges.size(); i-- > 0;) {
-        stack.push_back(static_cast<int>(i));
-    }
-
-    // Admissible: strictly counter-clockwise (b, a, c), no open vertex in or
-    // on it, no live boundary edge meeting its two new sides.
-    const auto isFree = [&](int ia, int ib, int ic) {
-        const _sVertex* a = verts[static_cast<std::size_t>(ia)];
-        const _sVertex* b = verts[static_cast<std::size_t>(ib)];
-        const _sVertex* c = verts[static_cast<std::size_t>(ic)];
-        const double x0 = std::min({a->pt.x, b->pt.x, c->pt.x}), x1 = std::max({a->pt.x, b->pt.x, c->pt.x});
-        const double y0 = std::min({a->pt.y, b->pt.y, c->pt.y}), y1 = std::max({a->pt.y, b->pt.y, c->pt.y});
-        for (std::size_t i = 0; i < verts.size(); ++i) {
-            const _sVertex* w = verts[i];
-            if (w == a || w == b || w == c || w->pt.x < x0 || w->pt.x > x1 || w->pt.y < y0 || w->pt.y > y1 ||
-                !isOpen(static_cast<int>(i))) {
-                continue;
-            }
-            if (InClosedTri(w, b, a, c)) {
-                return false;
-            }
-        }
-        for (const SFront& e : edges) {
-            if (!e.alive) {
-                continue;
-            }
-            const _sVertex* u = verts[static_cast<std::size_t>(e.a)];
-            const _sVertex* w = verts[static_cast<std::size_t>(e.b)];
-            if (std::max(u->pt.x, w->pt.x) < x0 || std::min(u->pt.x, w->pt.x) > x1 ||
-                std::max(u->pt.y, w->pt.y) < y0 || std::min(u->pt.y, w->pt.y) > y1) {
-                continue;
-            }
-            if (SegsBlock(a, c, u, w) || SegsBlock(c, b, u, w)) {
-                return false;
-            }
-        }
-        return true;
-    };
-    const auto addFront = [&](int a, int b) {
-        const auto rev = edgeAt.find(key(b, a));
-        if (rev != edgeAt.end()) {
-            // The other side is covered already: the edge closes.
-            edges[static_cast<std::size_t>(rev->second)].alive = false;
-            --degree[static_cast<std::size_t>(a)], --degree[static_cast<std::size_t>(b)];
-            edgeAt.erase(rev);
-            return;
-        }
-        if (edgeAt.emplace(key(a, b), static_cast<int>(edges.size())).second) {
-            edges.push_back({a, b, true});
-            ++degree[static_cast<std::size_t>(a)], ++degree[static_cast<std::size_t>(b)];
-            stack.push_back(static_cast<int>(edges.size()) - 1);
-        }
-    };
-
-    std::vector<std::pair<double, int>> cands;
-    std::vector<char> touched(verts.size(), 0);
-    bool added = false;
-    while (!stack.empty()) {
-        const int ie = stack.back();
-        stack.pop_back();
-        if (!edges[static_cast<std::size_t>(ie)].alive) {
-            continue;
-        }
-        const int ia = edges[static_cast<std::size_t>(ie)].a, ib = edges[static_cast<std::size_t>(ie)].b;
-        const _sVertex* a = verts[static_cast<std::size_t>(ia)];
-        const _sVertex* b = verts[static_cast<std::size_t>(ib)];
-        // Circle centres through a and b lie on the bisector m + s * n (n the
-        // right normal of a->b); the smallest s is the Delaunay vertex.
-        const double mx = 0.5 * (a->pt.x + b->pt.x), my = 0.5 * (a->pt.y + b->pt.y);
-        const double nx = b->pt.y - a->pt.y, ny = a->pt.x - b->pt.x;
-        const double ra = (a->pt.x - mx) * (a->pt.x - mx) + (a->pt.y - my) * (a->pt.y - my);
-        cands.clear();
-        for (std::size_t i = 0; i < verts.size(); ++i) {
-            const _sVertex* c = verts[i];
-            if (c == a || c == b || !isOpen(static_cast<int>(i)) || Orient(a, b, c) >= 0) {
-                continue;
-            }
-            const double cx = c->pt.x - mx, cy = c->pt.y - my;
-            const double den = 2.0 * (cx * nx + cy * ny);
-            const double sc = den > 0 ? (cx * cx + cy * cy - ra) / den : HUGE_VAL;
-            cands.emplace_back(sc, static_cast<int>(i));
-        }
-        std::sort(cands.begin(), cands.end());
-        for (const auto& sc : cands) {
-            const int ic = sc.second;
-            if (!isFree(ia, ib, ic)) {
-                continue;
-            }
-            m.AddTri(verts[static_cast<std::size_t>(ib)], verts[static_cast<std::size_t>(ia)],
-                     verts[static_cast<std::size_t>(ic)]);
-            edges[static_cast<std::size_t>(ie)].alive = false;
-            edgeAt.erase(key(ia, ib));
-            --degree[static_cast<std::size_t>(ia)], --degree[static_cast<std::size_t>(ib)];
-            addFront(ia, ic);
-            addFront(ic, ib);
-            touched[static_cast<std::size_t>(ia)] = touched[static_cast<std::size_t>(ib)] =
-                touched[static_cast<std::size_t>(ic)] = 1;
-            added = true;
-            break;
-        }
-    }
+    const bool added = wrap.Run([&m](_sVertex* a, _sVertex* b, _sVertex* c) { m.AddTri(a, b, c); });
     if (!added || !bReforce) {
         return false;
     }
@@ -686,10 +759,8 @@ bool CKivDelaunay::WrapPockets(bool bReforce)
     // them; force the ones that lie along the filled pockets again.
     bool forced = false;
     for (const _sSeg* seg : m_vecSegYS) {
-        const auto ia = local.find(seg->pVt[0]);
-        const auto ib = local.find(seg->pVt[1]);
-        if (ia != local.end() && ib != local.end() && touched[static_cast<std::size_t>(ia->second)] &&
-            touched[static_cast<std::size_t>(ib->second)] && !m.FindTriCoEdge(seg->pVt[0], seg->pVt[1], nullptr)) {
+        if (wrap.Touched(wrap.Find(seg->pVt[0])) && wrap.Touched(wrap.Find(seg->pVt[1])) &&
+            !m.FindTriCoEdge(seg->pVt[0], seg->pVt[1], nullptr)) {
             DealSegYS(seg);
             forced = true;
         }

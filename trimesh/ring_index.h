@@ -146,7 +146,15 @@ inline int CKivRingIndex::Test(const CKivPoint3d& pt) const
     bool inside = false;
     for (std::uint32_t e = m_stripStart[j]; e < m_stripStart[j + 1]; ++e) {
         const std::size_t i = m_stripEdge[e];
-        const int r = PolygonEdgeRayTest(m_ring[i], m_ring[i + 1 == n ? 0 : i + 1], pt);
+        const CKivPoint3d& a = m_ring[i];
+        const CKivPoint3d& b = m_ring[i + 1 == n ? 0 : i + 1];
+        // Outside the edge's widened band the edge cannot count; skipping it
+        // saves the tolerant comparisons.
+        const double lo = std::min(a.y, b.y), hi = std::max(a.y, b.y);
+        if (pt.y < lo - RingIndexDetail::BandPad(lo) || pt.y > hi + RingIndexDetail::BandPad(hi)) {
+            continue;
+        }
+        const int r = PolygonEdgeRayTest(a, b, pt);
         if (r < 0) {
             return -1;
         }
