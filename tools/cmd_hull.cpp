@@ -1,5 +1,6 @@
 // kivgeo hull: the plan convex hull of scattered points.
 #include "commands.h"
+#include "io_error.h"
 
 #include <kivgeo/geo_convex.h>
 

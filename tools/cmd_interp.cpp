@@ -1,6 +1,7 @@
 // kivgeo interp: scattered points to a regular grid by spline, radial basis
 // or inverse distance.
 #include "commands.h"
+#include "io_error.h"
 #include "grid.h"
 #include "progress.h"
 

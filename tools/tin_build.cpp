@@ -1,6 +1,7 @@
 #include "tin_build.h"
 
 #include "commands.h"
+#include "io_error.h"
 #include "progress.h"
 
 #include <kivgeo/delaunay.h>
