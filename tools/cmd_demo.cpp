@@ -216,8 +216,8 @@ int RunDemo(const CKivDemoArgs& a)
                 tin.nConstraintLines, tin.nHoles);
     std::printf("  surface    %zu vertices, %zu triangles, plan area %.0f m2, z %.2f .. %.2f\n",
                 tin.surf.vecPt.size(), tin.surf.vecTri.size(), stats.dPlanArea, stats.ptMin.z, stats.ptMax.z);
-    std::printf("  boundary   %zu outline polylines; closed %s, consistently oriented %s\n", outline.vecLine.size(),
-                stats.bClosed ? "yes" : "no", stats.bOriented ? "yes" : "no");
+    std::printf("  boundary   %zu outline polylines; closed %s, consistently oriented %s\n",
+                outline.vecLine.size(), stats.bClosed ? "yes" : "no", stats.bOriented ? "yes" : "no");
     std::printf("  grid       %d x %d cells of 25 m, %zu on the surface\n", grid.nCols, grid.nRows, nOnSurface);
     std::printf("  section    %zu pieces on the top, %zu on the base, %zu profile rows\n", draped.vecLine.size(),
                 drapedBase.vecLine.size(), nProfile);
@@ -230,9 +230,10 @@ int RunDemo(const CKivDemoArgs& a)
         std::printf(" %s %.3f s;", t.first.c_str(), t.second);
     }
     std::printf(" total %.3f s\n", total.Seconds());
-    std::printf("  written    stratum_top.ts .vtk, stratum_top_outline.pl, stratum_top_25m.asc, section_on_top.pl,\n"
-                "             section_on_base.pl, section_profile.csv, thickness_at_boreholes.xyz,\n"
-                "             boreholes_idw_50m.asc, borehole_hull.geojson, map.png, map.svg\n");
+    std::printf(
+        "  written    stratum_top.ts .vtk, stratum_top_outline.pl, stratum_top_25m.asc, section_on_top.pl,\n"
+        "             section_on_base.pl, section_profile.csv, thickness_at_boreholes.xyz,\n"
+        "             boreholes_idw_50m.asc, borehole_hull.geojson, map.png, map.svg\n");
     return 0;
 }
 
