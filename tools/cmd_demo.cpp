@@ -20,6 +20,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 
 namespace kivcli {
 
@@ -183,7 +184,7 @@ int RunDemo(const CKivDemoArgs& a)
     CKivGrid idwGrid = MakeGrid(grid.dX0, grid.dY0, hi.x, hi.y, 50.0);
     for (int r = 0; r < idwGrid.nRows; ++r) {
         for (int c = 0; c < idwGrid.nCols; ++c) {
-            CKivPoint3d p(idwGrid.CellX(c), idwGrid.CellY(r), NAN);
+            CKivPoint3d p(idwGrid.CellX(c), idwGrid.CellY(r), std::numeric_limits<double>::quiet_NaN());
             idw.ChaZhiPt(p);
             idwGrid.At(c, r) = p.z;
         }
