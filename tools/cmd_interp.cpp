@@ -8,6 +8,7 @@
 #include <kivgeo/geo_convex.h>
 #include <kivgeo/match_chazhi.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <limits>
@@ -15,6 +16,61 @@
 namespace kivcli {
 
 namespace {
+
+// The frame the base points are handed to the interpolator in. Moving the
+// origin to the points' centre keeps the spline's trend terms well
+// conditioned at map coordinates and changes no distance.
+//
+// Inverse distance also needs a scale: its weights are 1 / r^2 with an extra
+// 1 in the denominator, so in metres (weights far below 1) every height is
+// pulled toward zero. Plan coordinates are scaled so that the typical
+// spacing of the points becomes 0.1 (weights near 100), and heights are taken
+// about their mean, so the extra 1 only pulls slightly toward the mean. The
+// interpolator's coincidence radius (1e-3 in these units) is then a
+// hundredth of the typical spacing.
+struct CKivLocalFrame {
+    double dX0 = 0.0, dY0 = 0.0, dZ0 = 0.0, dScale = 1.0;
+    CKivPoint3d ToLocal(const CKivPoint3d& p) const
+    {
+        return CKivPoint3d((p.x - dX0) * dScale, (p.y - dY0) * dScale, p.z - dZ0);
+    }
+    double ZFromLocal(double z) const { return z + dZ0; }
+};
+
+CKivLocalFrame MakeLocalFrame(const std::vector<CKivPoint3d>& pts, bool bIdw)
+{
+    CKivLocalFrame f;
+    for (const CKivPoint3d& p : pts) {
+        f.dX0 += p.x, f.dY0 += p.y, f.dZ0 += p.z;
+    }
+    const double n = static_cast<double>(pts.size());
+    f.dX0 /= n, f.dY0 /= n, f.dZ0 /= n;
+    if (!bIdw) {
+        f.dZ0 = 0.0;
+        return f;
+    }
+    // Median nearest-neighbour distance over a sample of the points.
+    std::vector<double> nearest;
+    const std::size_t stride = std::max<std::size_t>(1, pts.size() / 200);
+    for (std::size_t i = 0; i < pts.size(); i += stride) {
+        double best = HUGE_VAL;
+        for (std::size_t k = 0; k < pts.size(); ++k) {
+            const double d2 =
+                (pts[k].x - pts[i].x) * (pts[k].x - pts[i].x) + (pts[k].y - pts[i].y) * (pts[k].y - pts[i].y);
+            if (k != i && d2 > 0.0) {
+                best = std::min(best, d2);
+            }
+        }
+        if (best < HUGE_VAL) {
+            nearest.push_back(std::sqrt(best));
+        }
+    }
+    if (!nearest.empty()) {
+        std::nth_element(nearest.begin(), nearest.begin() + nearest.size() / 2, nearest.end());
+        f.dScale = 0.1 / nearest[nearest.size() / 2];
+    }
+    return f;
+}
 
 struct CKivInterpArgs {
     std::string strIn;
@@ -64,11 +120,16 @@ int RunInterp(const CKivInterpArgs& a)
     }
 
     CKivStopwatch clock;
+    const CKivLocalFrame frame = MakeLocalFrame(pts, type == CKivMatchChaZhi::eInverseDistance);
+    std::vector<CKivPoint3d> local(pts.size());
+    for (std::size_t i = 0; i < pts.size(); ++i) {
+        local[i] = frame.ToLocal(pts[i]);
+    }
     CKivMatchChaZhi interp;
     {
         CKivProgress bar("solving");
         bar.Update(0.0);
-        interp.SetBase(type, pts);
+        interp.SetBase(type, local);
     }
     const double tSolve = clock.Seconds();
     std::size_t nValues = 0;
@@ -84,9 +145,10 @@ int RunInterp(const CKivInterpArgs& a)
                 if (where == 0) {
                     continue;
                 }
-                interp.ChaZhiPt(p);
-                if (std::isfinite(p.z)) {
-                    grid.At(c, r) = p.z;
+                CKivPoint3d q = frame.ToLocal(p);
+                interp.ChaZhiPt(q);
+                if (std::isfinite(q.z)) {
+                    grid.At(c, r) = frame.ZFromLocal(q.z);
                     ++nValues;
                 }
             }

@@ -80,16 +80,19 @@ CKivTinResult BuildTin(const CKivTinInput& in)
         ok = tin.Delaunay();
         tin.SetProgress(nullptr);
     }
+    const char* const kCannot = "cannot triangulate: expected at least 3 distinct points not all on one line";
     if (!ok) {
-        throw CKivIoError(in.strPoints, 0,
-                          "cannot triangulate: expected at least 3 distinct points not all on one line");
+        throw CKivIoError(in.strPoints, 0, kCannot);
     }
     // The triangulator leaves its bounding vertices without triangles.
     mesh.ClearVoidVet();
     res.surf = MeshToSurface(mesh);
     res.dSeconds = clock.Seconds();
     if (res.surf.vecTri.empty()) {
-        throw CKivIoError(in.strPoints, 0, "no triangle left (is the outline around the points?)");
+        if (!in.strOutline.empty()) {
+            throw CKivIoError(in.strOutline, 0, "no triangle left inside the outline (is it around the points?)");
+        }
+        throw CKivIoError(in.strPoints, 0, kCannot);
     }
     return res;
 }
