@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <random>
 
 using namespace kivcli;
 using kivtest::CKivRunResult;
@@ -415,5 +416,32 @@ TEST(Cli, SampleDataIsWhatTheGeneratorWrites)
          {"boreholes.xyz", "outcrop.pl", "fault.pl", "outline.geojson", "hole.txt", "section.pl", "base.ts"}) {
         // (not EXPECT_EQ: the diff of two whole files drowns the log)
         EXPECT_TRUE(ReadText(dir / f) == ReadText(kData + "/" + f)) << f << " differs; regenerate data/";
+    }
+}
+
+TEST(Cli, TinIsValidAtEveryCoordinateScale)
+{
+    CKivScratch dir;
+    std::mt19937 gen(11);
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    struct Scale {
+        double x0, y0, side;
+    };
+    for (const Scale& s : {Scale{0.0, 0.0, 10.0}, Scale{500000.0, 3000000.0, 2000.0}, Scale{1e7, -1e7, 1e5}}) {
+        std::vector<CKivPoint3d> pts;
+        for (int i = 0; i < 400; ++i) {
+            pts.emplace_back(s.x0 + s.side * u(gen), s.y0 + s.side * u(gen), s.side * 0.1 * u(gen));
+        }
+        WritePoints(dir / "p.xyz", pts);
+        const CKivRunResult r = RunKivgeo(dir, "tin " + Q(dir / "p.xyz") + " -o " + Q(dir / "p.ts"));
+        ASSERT_EQ(r.nStatus, 0) << s.side << ": " << r.strErr;
+        ASSERT_EQ(RunKivgeo(dir, "hull " + Q(dir / "p.xyz") + " -o " + Q(dir / "h.pl")).nStatus, 0);
+        const nlohmann::json j = nlohmann::json::parse(RunKivgeo(dir, "info --json " + Q(dir / "p.ts")).strOut);
+        EXPECT_TRUE(j["oriented"].get<bool>()) << s.side;
+        EXPECT_EQ(j["degenerate_triangles"].get<int>(), 0) << s.side;
+        EXPECT_EQ(j["boundary_loops"].size(), 1u) << s.side;
+        EXPECT_EQ(j["vertices"].get<std::size_t>(), pts.size()) << s.side;
+        const double hull = PlanArea(dir / "h.pl");
+        EXPECT_NEAR(j["plan_area"].get<double>(), hull, 1e-9 * hull) << s.side;
     }
 }

@@ -34,8 +34,14 @@ int RunHull(const CKivHullArgs& a)
     pl.SetVertex(hull);
     pl.SetClosed(true);
     out.vecLine.push_back(pl);
-    std::printf("hull: %zu of %zu points, plan area %.3f, perimeter %.3f\n", hull.size(), pts.size(),
-                std::fabs(pl.GetArea()), pl.GetLength());
+    double perimeter = 0.0;
+    for (std::size_t i = 0; i < hull.size(); ++i) {
+        const CKivPoint3d& p = hull[i];
+        const CKivPoint3d& q = hull[(i + 1) % hull.size()];
+        perimeter += std::hypot(q.x - p.x, q.y - p.y);
+    }
+    std::printf("hull: %zu of %zu points, plan area %.3f, plan perimeter %.3f\n", hull.size(), pts.size(),
+                std::fabs(pl.GetArea()), perimeter);
     if (!a.strOut.empty()) {
         WriteLines(a.strOut, out);
     }

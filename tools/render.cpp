@@ -127,6 +127,9 @@ void RenderSurface(const std::string& path, const CKivSurfaceData& surf, const C
             zmin = std::min(zmin, p.z), zmax = std::max(zmax, p.z);
         }
     }
+    if (!std::isfinite(xmax - xmin) || !std::isfinite(ymax - ymin) || !std::isfinite(zmax - zmin)) {
+        throw CKivIoError(path, 0, "cannot draw: the surface's extent overflows a double");
+    }
     const double zrange = zmax > zmin ? zmax - zmin : 1.0;
     const double dx = std::max(xmax - xmin, 1e-9), dy = std::max(ymax - ymin, 1e-9);
 
