@@ -4,14 +4,17 @@
 #   ./run.sh test       build and run the whole test suite
 #   ./run.sh sanitize   build and run the test suite under ASan + UBSan
 #   ./run.sh bench      build the benchmarks
+#   ./run.sh fuzz SECS  build the fuzzers (clang, ASan + UBSan), run each SECS seconds
 set -euo pipefail
 cd "$(dirname "$0")"
 
 packages=(build-essential cmake pkg-config libgtest-dev libgmock-dev libbenchmark-dev)
+# libFuzzer and its sanitizer runtimes come with Debian's clang.
+fuzz_packages=(clang libclang-rt-14-dev)
 
 ensure_packages() {
     local missing=()
-    for p in "${packages[@]}"; do
+    for p in "${packages[@]}" "$@"; do
         dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
     done
     if [ ${#missing[@]} -gt 0 ]; then
@@ -52,8 +55,12 @@ bench)
     build release
     ls build/release/bench/
     ;;
+fuzz)
+    ensure_packages "${fuzz_packages[@]}"
+    tests/fuzz/run_fuzz.sh "${2:-60}"
+    ;;
 *)
-    sed -n '2,7p' "$0" | sed 's/^# \{0,1\}//'
+    sed -n '2,8p' "$0" | sed 's/^# \{0,1\}//'
     exit 2
     ;;
 esac
