@@ -1,0 +1,160 @@
+// Fuzz target: the TIN builder fed points, constraint lines, hole lines and an
+// outline decoded from the input, with SetCoverHull on or off, followed by
+// queries on the result. Checked: the mesh is a valid plan triangulation
+// (strictly counter-clockwise, no overlap), every corner is an input point,
+// results are finite where the input was, the empty-circle property holds
+// without constraints, and with SetCoverHull the triangles fill the convex
+// hull of their corners.
+#include "fuzz_input.h"
+#include "tin_check.h"
+
+#include <kivgeo/delaunay.h>
+#include <kivgeo/geo_convex.h>
+#include <kivgeo/mesh_data.h>
+#include <kivgeo/polyline.h>
+
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace {
+
+struct DecodedTin {
+    std::vector<CKivPoint3d> points;
+    std::vector<std::vector<CKivPoint3d>> lines;
+    std::vector<bool> closed;
+    std::vector<std::vector<CKivPoint3d>> holes;
+    std::vector<CKivPoint3d> outline;
+    bool coverHull = false;
+};
+
+DecodedTin Decode(CKivFuzzInput& in)
+{
+    DecodedTin d;
+    d.coverHull = in.Flag();
+    d.points = in.Points(64);
+    const unsigned nLines = in.Byte() % 4;
+    for (unsigned i = 0; i < nLines; ++i) {
+        d.lines.push_back(in.Points(8));
+        d.closed.push_back(in.Flag());
+    }
+    const unsigned nHoles = in.Byte() % 3;
+    for (unsigned i = 0; i < nHoles; ++i) {
+        d.holes.push_back(in.Points(8));
+    }
+    if (in.Flag()) {
+        d.outline = in.Points(10);
+    }
+    return d;
+}
+
+double Reach(const CKivPoint3d& p)
+{
+    return std::fmax(std::fabs(p.x), std::fmax(std::fabs(p.y), std::fabs(p.z)));
+}
+
+// q is one of the inputs, up to the rounding of the shift to a local origin
+// and back.
+bool IsInputPoint(const CKivPoint3d& q, const std::vector<CKivPoint3d>& inputs)
+{
+    for (const CKivPoint3d& p : inputs) {
+        const double tol = 1e-12 * (Reach(p) + 1.0);
+        if (std::fabs(p.x - q.x) <= tol && std::fabs(p.y - q.y) <= tol && std::fabs(p.z - q.z) <= tol) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// p strictly inside the circumcircle of the counter-clockwise a, b, c, by a
+// margin relative to the size of the terms.
+bool InCircleStrict(const CKivPoint3d& a, const CKivPoint3d& b, const CKivPoint3d& c, const CKivPoint3d& p)
+{
+    const double ax = a.x - p.x, ay = a.y - p.y, bx = b.x - p.x, by = b.y - p.y, cx = c.x - p.x, cy = c.y - p.y;
+    const double a2 = ax * ax + ay * ay, b2 = bx * bx + by * by, c2 = cx * cx + cy * cy;
+    const double det = a2 * (bx * cy - by * cx) - b2 * (ax * cy - ay * cx) + c2 * (ax * by - ay * bx);
+    const double mag = a2 * (std::fabs(bx * cy) + std::fabs(by * cx)) +
+                       b2 * (std::fabs(ax * cy) + std::fabs(ay * cx)) + c2 * (std::fabs(ax * by) + std::fabs(ay * bx));
+    return det > 1e-9 * mag;
+}
+
+double HullArea(const std::vector<CKivPoint3d>& pts)
+{
+    std::vector<CKivPoint3d> hull;
+    if (CKivGeoConvex::Convex(pts, hull) == 0 || hull.size() < 3) {
+        return 0.0;
+    }
+    CKivPolyLine ring;
+    ring.SetVertex(hull);
+    ring.SetClosed(true);
+    return ring.GetArea();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    CKivFuzzInput in(data, size);
+    const DecodedTin d = Decode(in);
+
+    TriMesh::CKivMeshData mesh;
+    TriMesh::CKivDelaunay tin(mesh);
+    tin.SetCoverHull(d.coverHull);
+    std::vector<CKivPoint3d> inputs = d.points;
+    for (const CKivPoint3d& p : d.points) {
+        const int idx = tin.AddVertex(p);
+        KIV_FUZZ_CHECK(idx >= 0);
+    }
+    for (std::size_t i = 0; i < d.lines.size(); ++i) {
+        KIV_FUZZ_CHECK(tin.AddSegYS(d.lines[i], d.closed[i]) == (d.lines[i].size() >= 2));
+        inputs.insert(inputs.end(), d.lines[i].begin(), d.lines[i].end());
+    }
+    for (const std::vector<CKivPoint3d>& h : d.holes) {
+        KIV_FUZZ_CHECK(tin.AddHoleLine(h) == (h.size() >= 3));
+        inputs.insert(inputs.end(), h.begin(), h.end());
+    }
+    if (!d.outline.empty()) {
+        KIV_FUZZ_CHECK(tin.SetOutline(d.outline) == (d.outline.size() >= 3));
+        inputs.insert(inputs.end(), d.outline.begin(), d.outline.end());
+    }
+    const bool ok = tin.Delaunay();
+
+    std::vector<CKivTri3d> tris;
+    mesh.OutputData(tris);
+    KIV_FUZZ_CHECK(ok || tris.empty());
+    const std::string why = tincheck::CheckTin(tris);
+    if (!why.empty()) {
+        std::fprintf(stderr, "invalid triangulation: %s\n", why.c_str());
+    }
+    KIV_FUZZ_CHECK(why.empty());
+
+    std::vector<CKivPoint3d> corners;
+    for (const CKivTri3d& t : tris) {
+        for (const CKivPoint3d& p : t.m_pt) {
+            KIV_FUZZ_CHECK(IsFinitePt(p));
+            KIV_FUZZ_CHECK(IsInputPoint(p, inputs));
+            corners.push_back(p);
+        }
+    }
+
+    const bool constrained = !d.lines.empty() || !d.holes.empty() || !d.outline.empty();
+    // The empty-circle property is decided with an absolute 1e-6 inside the
+    // triangulator, so it is only owed where that is small against the data.
+    if (!constrained && !in.Wild() && in.Scale() >= 1.0 && !d.coverHull) {
+        for (const CKivTri3d& t : tris) {
+            for (const CKivPoint3d& p : corners) {
+                KIV_FUZZ_CHECK(!InCircleStrict(t.m_pt[0], t.m_pt[1], t.m_pt[2], p));
+            }
+        }
+    }
+    if (!constrained && d.coverHull && !in.Wild() && !tris.empty()) {
+        double area = 0.0;
+        for (const CKivTri3d& t : tris) {
+            area += 0.5 * tincheck::Orient(t.m_pt[0], t.m_pt[1], t.m_pt[2]);
+        }
+        const double hull = HullArea(corners);
+        KIV_FUZZ_CHECK(std::fabs(area - hull) <= 1e-9 * hull);
+    }
+    return 0;
+}
