@@ -147,33 +147,11 @@ int IsPtInPolygon(const std::vector<CKivPoint3d>& ring, const CKivPoint3d& pt)
     }
     bool inside = false;
     for (size_t i = 0; i < n; ++i) {
-        const CKivPoint3d& a = ring[i];
-        const CKivPoint3d& b = ring[i + 1 == n ? 0 : i + 1];
-        const int s1 = CompDouble(a.y, pt.y);
-        const int s2 = CompDouble(b.y, pt.y);
-        if (s1 * s2 >= 1) {
-            continue; // both ends strictly above or both below
-        }
-        if (CompDouble(a.y, b.y) == 0) {
-            if ((b.x - pt.x) * (a.x - pt.x) < 0) {
-                return -1; // on a horizontal edge
-            }
-            continue;
-        }
-        const double t = (a.x - pt.x) - (b.x - a.x) * (a.y - pt.y) / (b.y - a.y);
-        if (std::fabs(t) < kEps) {
+        const int r = PolygonEdgeRayTest(ring[i], ring[i + 1 == n ? 0 : i + 1], pt);
+        if (r < 0) {
             return -1;
         }
-        if (t >= 0) {
-            // A vertex at the ray's height counts only for the edge it tops,
-            // so a ray through a vertex is counted once (or not at all at an
-            // extreme vertex).
-            const bool lowerEndOnRay =
-                (CompDouble(pt.y, a.y) == 0 && s2 == 1) || (CompDouble(pt.y, b.y) == 0 && s1 == 1);
-            if (!lowerEndOnRay) {
-                inside = !inside;
-            }
-        }
+        inside = inside != (r == 1);
     }
     return inside ? 1 : 0;
 }

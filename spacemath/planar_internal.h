@@ -143,6 +143,36 @@ inline int GetPtPosInTri2D(double px, double py, double ax, double ay, double bx
     return -4;
 }
 
+// One edge A->B of the ray-crossing test of IsPtInPolygon() for P (a ray
+// towards +x): 0 the edge does not count, 1 it toggles the inside flag, -1 P
+// lies on it. The edge is skipped when both ends lie strictly above or both
+// strictly below P by CompDouble(), so an edge can only count when
+// min(A.y, B.y) - 1e-6 < P.y < max(A.y, B.y) + 1e-6; callers that index the
+// edges by height rely on that band.
+inline int PolygonEdgeRayTest(const CKivPoint3d& a, const CKivPoint3d& b, const CKivPoint3d& pt)
+{
+    const int s1 = CompDouble(a.y, pt.y);
+    const int s2 = CompDouble(b.y, pt.y);
+    if (s1 * s2 >= 1) {
+        return 0; // both ends strictly above or both below
+    }
+    if (CompDouble(a.y, b.y) == 0) {
+        // On a horizontal edge, else not counted.
+        return (b.x - pt.x) * (a.x - pt.x) < 0 ? -1 : 0;
+    }
+    const double t = (a.x - pt.x) - (b.x - a.x) * (a.y - pt.y) / (b.y - a.y);
+    if (std::fabs(t) < 1e-6) {
+        return -1;
+    }
+    if (t < 0) {
+        return 0;
+    }
+    // A vertex at the ray's height counts only for the edge it tops, so a ray
+    // through a vertex is counted once (or not at all at an extreme vertex).
+    const bool lowerEndOnRay = (CompDouble(pt.y, a.y) == 0 && s2 == 1) || (CompDouble(pt.y, b.y) == 0 && s1 == 1);
+    return lowerEndOnRay ? 0 : 1;
+}
+
 // True when the chord from ring[i] to ring[j] of a counter-clockwise ring
 // leaves corner i into the polygon's inside and crosses (or touches, by
 // JH_GetInterPoint_LineSection with eps 1e-6) no ring edge that does not end

@@ -1,35 +1,489 @@
-// Constraint lines, hole lines and the outline of the triangulator: placeholder
-// bodies until the constraint forcing lands.
+// Constraint lines, hole lines and the outline of the triangulator.
+//
+// A constraint segment is forced in by walking from its start vertex through
+// the triangles it crosses, deleting them, and filling the two polygons left
+// on either side of it with ear clipping. The ear clipper and the walk decide
+// with the library's absolute tolerances; on data whose spacing is close to
+// those tolerances their answers can describe triangles that are clockwise
+// or overlap. Every fill is therefore checked with exact orientation tests
+// before a triangle is added, and a fill that fails the check is replaced by
+// an exact ear clipping (or, failing that, the two sides are filled as one
+// polygon without the segment).
 #include <kivgeo/delaunay.h>
+
+#include "spacemath/exact_orient.h"
+#include "spacemath/planar_internal.h"
+#include "trimesh/ring_index.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+#include <utility>
 
 namespace TriMesh {
 
-bool CKivDelaunay::AddSegYS(const std::vector<CKivPoint3d>&, bool)
+namespace {
+
+using Triple = std::array<int, 3>;
+
+// Sign of the orientation of (a, b, c) in plan: 1 counter-clockwise, -1
+// clockwise, 0 collinear; exact.
+int Orient(const _sVertex* a, const _sVertex* b, const _sVertex* c)
 {
-    return false;
+    return KivExact::ExactOrient2D(a->pt.x, a->pt.y, b->pt.x, b->pt.y, c->pt.x, c->pt.y);
 }
-bool CKivDelaunay::AddHoleLine(const std::vector<CKivPoint3d>&)
+
+bool IsFinitePlan(const _sVertex* v)
 {
-    return false;
+    return std::isfinite(v->pt.x) && std::isfinite(v->pt.y);
 }
-bool CKivDelaunay::SetOutline(const std::vector<CKivPoint3d>&)
+
+// True when the closed segments pq and uv meet anywhere except at an end
+// point they share, decided exactly. Two segments sharing an end point block
+// each other only when they overlap along a common line.
+bool SegsBlock(const _sVertex* p, const _sVertex* q, const _sVertex* u, const _sVertex* v)
 {
-    return false;
+    const _sVertex* shared = nullptr;
+    const _sVertex *x = nullptr, *y = nullptr;
+    if (p == u || p == v) {
+        shared = p, x = q, y = (p == u ? v : u);
+    } else if (q == u || q == v) {
+        shared = q, x = p, y = (q == u ? v : u);
+    }
+    if (shared) {
+        if (x == y) {
+            return true; // the same segment
+        }
+        if (Orient(shared, x, y) != 0) {
+            return false;
+        }
+        // Collinear: overlapping when both run the same way from the shared end.
+        const double dx = (x->pt.x - shared->pt.x) * (y->pt.x - shared->pt.x) +
+                          (x->pt.y - shared->pt.y) * (y->pt.y - shared->pt.y);
+        return dx > 0;
+    }
+    const int o1 = Orient(p, q, u), o2 = Orient(p, q, v);
+    const int o3 = Orient(u, v, p), o4 = Orient(u, v, q);
+    if (o1 * o2 > 0 || o3 * o4 > 0) {
+        return false;
+    }
+    if (o1 != 0 || o2 != 0) {
+        return true; // a proper crossing or an end touching the other segment
+    }
+    // All four on one line: overlapping projections.
+    const bool alongX = std::fabs(q->pt.x - p->pt.x) >= std::fabs(q->pt.y - p->pt.y);
+    const auto c = [alongX](const _sVertex* w) { return alongX ? w->pt.x : w->pt.y; };
+    return std::max(std::min(c(p), c(q)), std::min(c(u), c(v))) <=
+           std::min(std::max(c(p), c(q)), std::max(c(u), c(v)));
 }
-void CKivDelaunay::DealSegYS(const _sSeg*) {}
-bool CKivDelaunay::GetSegYsPoly(_sVertex*, _sVertex*, std::vector<_sVertex*>&, std::vector<_sVertex*>&, _sVertex*&)
+
+// Point w inside or on the closed counter-clockwise triangle (a, b, c).
+bool InClosedTri(const _sVertex* w, const _sVertex* a, const _sVertex* b, const _sVertex* c)
 {
-    return false;
+    return Orient(a, b, w) >= 0 && Orient(b, c, w) >= 0 && Orient(c, a, w) >= 0;
 }
-bool CKivDelaunay::TriPolyDelaunay(std::vector<_sVertex*>&)
+
+// A ring of distinct vertices whose edges meet only where consecutive edges
+// share their end point (exact).
+bool IsSimpleRing(const std::vector<_sVertex*>& ring)
 {
-    return false;
+    const std::size_t n = ring.size();
+    std::vector<_sVertex*> sorted(ring);
+    std::sort(sorted.begin(), sorted.end());
+    if (std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end()) {
+        return false;
+    }
+    for (std::size_t i = 0; i < n; ++i) {
+        const _sVertex* p = ring[i];
+        const _sVertex* q = ring[(i + 1) % n];
+        const double pxLo = std::min(p->pt.x, q->pt.x), pxHi = std::max(p->pt.x, q->pt.x);
+        const double pyLo = std::min(p->pt.y, q->pt.y), pyHi = std::max(p->pt.y, q->pt.y);
+        for (std::size_t j = i + 1; j < n; ++j) {
+            const _sVertex* u = ring[j];
+            const _sVertex* v = ring[(j + 1) % n];
+            if (std::max(u->pt.x, v->pt.x) < pxLo || std::min(u->pt.x, v->pt.x) > pxHi ||
+                std::max(u->pt.y, v->pt.y) < pyLo || std::min(u->pt.y, v->pt.y) > pyHi) {
+                continue;
+            }
+            if (SegsBlock(p, q, u, v)) {
+                return false;
+            }
+        }
+    }
+    return true;
 }
-_sTri* CKivDelaunay::FindNextTri(_sTri*, const _sVertex*, const _sVertex*, double, double, double, double)
+
+// Replays the cuts of an ear clipping of ring and checks each one exactly: the
+// ear is strictly counter-clockwise and no other remaining vertex lies in it
+// or on it. On a simple ring such cuts tile the polygon.
+bool AreEarCutsValid(const std::vector<_sVertex*>& ring, const std::vector<Triple>& tris)
 {
-    return nullptr;
+    const int n = static_cast<int>(ring.size());
+    if (static_cast<int>(tris.size()) != n - 2) {
+        return false;
+    }
+    std::vector<int> prev(n), next(n);
+    std::vector<char> gone(n, 0);
+    for (int k = 0; k < n; ++k) {
+        prev[k] = (k + n - 1) % n;
+        next[k] = (k + 1) % n;
+    }
+    int left = n;
+    for (const Triple& t : tris) {
+        const int a = t[0], k = t[1], b = t[2];
+        if (k < 0 || k >= n || gone[k] || prev[k] != a || next[k] != b) {
+            return false;
+        }
+        if (Orient(ring[a], ring[k], ring[b]) <= 0) {
+            return false;
+        }
+        if (left > 3) {
+            for (int w = next[b]; w != a; w = next[w]) {
+                if (InClosedTri(ring[w], ring[a], ring[k], ring[b])) {
+                    return false;
+                }
+            }
+        }
+        gone[k] = 1;
+        next[a] = b;
+        prev[b] = a;
+        --left;
+    }
+    return true;
 }
-void CKivDelaunay::FillHullPockets() {}
-void CKivDelaunay::DigHolesAndOutline() {}
+
+// Ear clipping with exact tests for a simple counter-clockwise ring: each step
+// cuts the strictly convex ear with the smallest angle that holds no other
+// vertex. False when no such ear is left (the ring is not simple or not
+// counter-clockwise).
+bool ExactEarClip(const std::vector<_sVertex*>& ring, std::vector<Triple>& tris)
+{
+    tris.clear();
+    const int n = static_cast<int>(ring.size());
+    std::vector<int> prev(n), next(n);
+    for (int k = 0; k < n; ++k) {
+        prev[k] = (k + n - 1) % n;
+        next[k] = (k + 1) % n;
+    }
+    const auto isEar = [&](int k) {
+        const int a = prev[k], b = next[k];
+        if (Orient(ring[a], ring[k], ring[b]) <= 0) {
+            return false;
+        }
+        for (int w = next[b]; w != a; w = next[w]) {
+            if (InClosedTri(ring[w], ring[a], ring[k], ring[b])) {
+                return false;
+            }
+        }
+        return true;
+    };
+    int left = n, start = 0;
+    while (left > 3) {
+        double best = 10.0;
+        int chosen = -1;
+        int k = start;
+        for (int i = 0; i < left; ++i, k = next[k]) {
+            const _sVertex* a = ring[prev[k]];
+            const _sVertex* b = ring[next[k]];
+            const double ang = GetTwoSegAngle(a->pt.x, a->pt.y, ring[k]->pt.x, ring[k]->pt.y, b->pt.x, b->pt.y);
+            if (ang < best && isEar(k)) {
+                best = ang;
+                chosen = k;
+            }
+        }
+        if (chosen < 0) {
+            return false;
+        }
+        const int a = prev[chosen], b = next[chosen];
+        tris.push_back({a, chosen, b});
+        next[a] = b;
+        prev[b] = a;
+        start = a;
+        --left;
+    }
+    const int a = prev[start], b = next[start];
+    if (Orient(ring[a], ring[start], ring[b]) <= 0) {
+        return false;
+    }
+    tris.push_back({a, start, b});
+    return true;
+}
+
+// Twice the signed plan area of a ring, taken about its first vertex.
+double RingArea2(const std::vector<_sVertex*>& ring)
+{
+    double s = 0.0;
+    const CKivPoint3d& o = ring[0]->pt;
+    for (std::size_t i = 1; i + 1 < ring.size(); ++i) {
+        const CKivPoint3d& a = ring[i]->pt;
+        const CKivPoint3d& b = ring[i + 1]->pt;
+        s += (a.x - o.x) * (b.y - o.y) - (a.y - o.y) * (b.x - o.x);
+    }
+    return s;
+}
+
+} // namespace
+
+bool CKivDelaunay::AddSegYS(const std::vector<CKivPoint3d>& points, bool closed)
+{
+    if (points.size() < 2) {
+        return false;
+    }
+    std::vector<_sVertex*> verts;
+    verts.reserve(points.size());
+    for (const CKivPoint3d& p : points) {
+        const int i = AddVertex(p);
+        verts.push_back(m_pMesh->m_vecVertex.at(static_cast<std::size_t>(i)));
+    }
+    m_vecSegYS.reserve(m_vecSegYS.size() + verts.size());
+    const auto addSeg = [this](_sVertex* a, _sVertex* b) {
+        _sSeg* s = new _sSeg;
+        s->pVt[0] = a;
+        s->pVt[1] = b;
+        m_vecSegYS.push_back(s);
+    };
+    for (std::size_t i = 1; i < verts.size(); ++i) {
+        addSeg(verts[i - 1], verts[i]);
+    }
+    if (closed) {
+        addSeg(verts.back(), verts.front());
+    }
+    return true;
+}
+
+bool CKivDelaunay::AddHoleLine(const std::vector<CKivPoint3d>& points)
+{
+    if (points.size() < 3) {
+        return false;
+    }
+    AddSegYS(points, true);
+    auto hole = std::make_unique<CKivPolyLine>();
+    hole->SetVertex(points);
+    m_vecHole.push_back(hole.get());
+    hole.release();
+    return true;
+}
+
+bool CKivDelaunay::SetOutline(const std::vector<CKivPoint3d>& points)
+{
+    if (points.size() < 3) {
+        return false;
+    }
+    AddSegYS(points, true);
+    m_Outline.SetVertex(points);
+    return true;
+}
+
+void CKivDelaunay::DealSegYS(const _sSeg* seg)
+{
+    // A segment whose two ends merged into one vertex has nothing to force.
+    if (!seg || !seg->pVt[0] || !seg->pVt[1] || seg->pVt[0] == seg->pVt[1]) {
+        return;
+    }
+    _sVertex* start = seg->pVt[0];
+    _sVertex* const end = seg->pVt[1];
+    std::vector<_sVertex*> left, right;
+    // Each piece starts at a vertex on the segment; one never visited twice
+    // keeps a tolerance-made cycle of pieces from looping.
+    std::vector<const _sVertex*> starts;
+    while (true) {
+        left.clear();
+        right.clear();
+        _sVertex* next = nullptr;
+        if (GetSegYsPoly(start, end, left, right, next)) {
+            FillSides(left, right);
+        }
+        if (!next || next == end) {
+            break;
+        }
+        starts.push_back(start);
+        if (std::find(starts.begin(), starts.end(), next) != starts.end()) {
+            break;
+        }
+        start = next;
+    }
+}
+
+bool CKivDelaunay::GetSegYsPoly(_sVertex* start, _sVertex* end, std::vector<_sVertex*>& left,
+                                std::vector<_sVertex*>& right, _sVertex*& next)
+{
+    next = nullptr;
+    left.push_back(start);
+    right.push_back(start);
+    const double sx = start->pt.x, sy = start->pt.y;
+    const double ex = end->pt.x, ey = end->pt.y;
+    const auto onSeg = [&](const _sVertex* v) { return IsPtInSeg2D(v->pt.x, v->pt.y, sx, sy, ex, ey); };
+
+    // The first crossed triangle, among those around the start vertex.
+    _sTri* cur = nullptr;
+    _sVertex *vl = nullptr, *vr = nullptr;
+    for (std::size_t k = 0; k < start->vecTri.size(); ++k) {
+        _sTri* t = start->vecTri[k];
+        const int slot = !t ? -1 : (t->pVt[0] == start ? 0 : t->pVt[1] == start ? 1 : t->pVt[2] == start ? 2 : -1);
+        if (slot < 0) {
+            continue;
+        }
+        _sVertex* p = t->pVt[(slot + 1) % 3];
+        _sVertex* q = t->pVt[(slot + 2) % 3];
+        if (p == end || q == end) {
+            next = end;
+            left.clear(), right.clear();
+            return false;
+        }
+        if (onSeg(q)) {
+            next = q;
+            left.clear(), right.clear();
+            return false;
+        }
+        if (onSeg(p)) {
+            next = p;
+            left.clear(), right.clear();
+            return false;
+        }
+        if (_sTri* n = FindNextTri(t, p, q, sx, sy, ex, ey)) {
+            // The triangle runs counter-clockwise start, p, q: q is on the
+            // left of the segment, p on its right.
+            cur = n, vl = q, vr = p;
+            left.push_back(q);
+            right.push_back(p);
+            break;
+        }
+    }
+    if (!cur) {
+        left.clear(), right.clear();
+        return false;
+    }
+
+    // Walk on through the triangles the segment crosses. Every step deletes
+    // one triangle, so the walk cannot outlast the triangle list; the bound
+    // only makes that explicit.
+    _sVertex* c = nullptr;
+    for (std::size_t steps = m_pMesh->m_vecTri.size() + 1;; --steps) {
+        const int slot = m_pMesh->IndexDefaultPt(cur, vl, vr);
+        if (steps == 0 || slot < 0) {
+            left.clear(), right.clear();
+            return false;
+        }
+        c = cur->pVt[slot];
+        if (c == end || onSeg(c)) {
+            break;
+        }
+        if (_sTri* n = FindNextTri(cur, vl, c, sx, sy, ex, ey)) {
+            cur = n, vr = c;
+            right.push_back(c);
+        } else if (_sTri* n2 = FindNextTri(cur, vr, c, sx, sy, ex, ey)) {
+            cur = n2, vl = c;
+            left.push_back(c);
+        } else {
+            // The crossing is lost: what was collected is dropped, the
+            // triangles already deleted stay deleted.
+            left.clear(), right.clear();
+            return false;
+        }
+    }
+    next = c;
+    left.push_back(c);
+    right.push_back(c);
+    m_pMesh->DelTri(cur);
+    return true;
+}
+
+_sTri* CKivDelaunay::FindNextTri(_sTri* current, const _sVertex* a, const _sVertex* b, double sx, double sy,
+                                 double ex, double ey)
+{
+    if (!a || !b) {
+        return nullptr;
+    }
+    if (!IsSegCrossSeg2D(sx, sy, ex, ey, a->pt.x, a->pt.y, b->pt.x, b->pt.y)) {
+        return nullptr;
+    }
+    _sTri* n = m_pMesh->FindTriCoEdge(a, b, current);
+    if (n) {
+        m_pMesh->DelTri(current);
+    }
+    return n;
+}
+
+bool CKivDelaunay::TriPolyDelaunay(std::vector<_sVertex*>& ring)
+{
+    std::vector<Triple> tris;
+    if (!PlanRingTris(ring, tris)) {
+        return false;
+    }
+    AddRingTris(ring, tris);
+    return true;
+}
+
+bool CKivDelaunay::PlanRingTris(std::vector<_sVertex*>& ring, std::vector<Triple>& tris) const
+{
+    tris.clear();
+    if (ring.size() < 3) {
+        return false;
+    }
+    for (const _sVertex* v : ring) {
+        if (!v || !IsFinitePlan(v)) {
+            return false;
+        }
+    }
+    // The two chains of a forced segment run in opposite senses; the ear
+    // clipper wants counter-clockwise.
+    if (RingArea2(ring) < 0) {
+        std::reverse(ring.begin(), ring.end());
+    }
+    if (ring.size() == 3) {
+        if (Orient(ring[0], ring[1], ring[2]) <= 0) {
+            return false;
+        }
+        tris.push_back({0, 1, 2});
+        return true;
+    }
+    if (!IsSimpleRing(ring)) {
+        return false;
+    }
+    std::vector<CKivPoint3d> pts;
+    pts.reserve(ring.size());
+    for (const _sVertex* v : ring) {
+        pts.push_back(v->pt);
+    }
+    if (EarTriangulatePolygon(pts, tris) && AreEarCutsValid(ring, tris)) {
+        return true;
+    }
+    // The tolerances misled the ear clipper (spacing near 1e-6 in the cross
+    // products): clip again with exact tests.
+    return ExactEarClip(ring, tris);
+}
+
+void CKivDelaunay::AddRingTris(const std::vector<_sVertex*>& ring, const std::vector<Triple>& tris)
+{
+    for (const Triple& t : tris) {
+        m_pMesh->AddTri(ring[t[0]], ring[t[1]], ring[t[2]]);
+    }
+}
+
+void CKivDelaunay::FillSides(std::vector<_sVertex*>& left, std::vector<_sVertex*>& right)
+{
+    std::vector<Triple> lt, rt;
+    // Both chains start at the piece's start and end at its end vertex.
+    std::vector<_sVertex*> both(left);
+    for (std::size_t i = right.size() - 1; i-- > 1;) {
+        both.push_back(right[i]);
+    }
+    if (PlanRingTris(left, lt) && PlanRingTris(right, rt)) {
+        AddRingTris(left, lt);
+        AddRingTris(right, rt);
+        return;
+    }
+    // A side that cannot be filled validly (the piece ends at a vertex the
+    // tolerance put on the segment, and the chord to it leaves the deleted
+    // region): fill the whole region without the segment rather than leave a
+    // hole or overlap a neighbour.
+    std::vector<Triple> bt;
+    if (PlanRingTris(both, bt)) {
+        AddRingTris(both, bt);
+    }
+}
 
 } // namespace TriMesh

@@ -24,6 +24,7 @@
 #include <kivgeo/point3d.h>
 #include <kivgeo/polyline.h>
 
+#include <array>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -102,6 +103,23 @@ private:
     // Removes the triangles whose plan centroid lies inside a hole ring or,
     // when an outline is set, not inside the outline.
     void DigHolesAndOutline();
+    // Whether a vertex takes part in the run: finite, not a bounding vertex
+    // of this run or the previous one.
+    bool IsUsableVertex(const _sVertex* v) const;
+    // Plan extent of the vertices that take part; false when there are none.
+    bool UsableExtent(double& x0, double& y0, double& x1, double& y1) const;
+    // Mirror the mesh's triangles into the working triangulation and write
+    // the outcome back.
+    void LoadWork();
+    void StoreWork();
+
+    // Constraint helpers. PlanRingTris turns a side polygon counter-clockwise
+    // and finds index triples that fill it, checked exactly; false when none
+    // is valid. FillSides fills both sides of a forced piece (or, when one of
+    // them cannot be filled validly, their union).
+    bool PlanRingTris(std::vector<_sVertex*>& ring, std::vector<std::array<int, 3>>& tris) const;
+    void AddRingTris(const std::vector<_sVertex*>& ring, const std::vector<std::array<int, 3>>& tris);
+    void FillSides(std::vector<_sVertex*>& left, std::vector<_sVertex*>& right);
 
     CKivMeshData* m_pMesh;
     CKivPoint3d m_ptOrigin;

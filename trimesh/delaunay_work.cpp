@@ -1,0 +1,576 @@
+#include "trimesh/delaunay_work.h"
+
+#include "spacemath/exact_orient.h"
+#include "spacemath/planar_internal.h"
+
+#include <algorithm>
+#include <cmath>
+#include <unordered_map>
+
+namespace TriMesh {
+
+namespace {
+
+// Beyond this the exact predicates' products would overflow.
+constexpr double kMaxCoord = 1e150;
+// First refinement of the location grid, in inserted vertices.
+constexpr std::size_t kFirstGrid = 64;
+
+} // namespace
+
+bool CKivDelaunayWork::IsUsable(const CKivPoint3d& p)
+{
+    return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z) && std::fabs(p.x) <= kMaxCoord &&
+           std::fabs(p.y) <= kMaxCoord;
+}
+
+void CKivDelaunayWork::Clear()
+{
+    m_bLoaded = false;
+    std::vector<_sVertex*>().swap(m_vecVert);
+    std::vector<double>().swap(m_vecXY);
+    std::vector<STri>().swap(m_vecTri);
+    std::vector<const _sTri*>().swap(m_vecSrc);
+    std::vector<int>().swap(m_vecDeadSrc);
+    std::vector<int>().swap(m_vecVtTri);
+    std::vector<int>().swap(m_vecStartAt);
+    std::vector<int>().swap(m_vecEndAt);
+    std::vector<int>().swap(m_vecStamp);
+    std::vector<int>().swap(m_vecCell);
+    std::vector<int>().swap(m_vecInserted);
+    m_vecCavity.clear();
+    m_vecStack.clear();
+    m_vecEdge.clear();
+    m_nHead = m_nTail = m_nFree = m_nLastTri = -1;
+    m_nLive = 0;
+    m_nStamp = 0;
+    m_nCols = m_nRows = 0;
+    m_nRebuildAt = 0;
+}
+
+void CKivDelaunayWork::Load(const std::vector<_sVertex*>& verts, const std::vector<_sTri*>& tris,
+                            const FnCoEdge& coEdge)
+{
+    Clear();
+    const std::size_t n = verts.size();
+    m_vecVert = verts;
+    m_vecXY.resize(2 * n);
+    for (std::size_t i = 0; i < n; ++i) {
+        m_vecXY[2 * i] = verts[i]->pt.x;
+        m_vecXY[2 * i + 1] = verts[i]->pt.y;
+    }
+    m_vecVtTri.assign(n, -1);
+    m_vecStartAt.assign(n, -1);
+    m_vecEndAt.assign(n, -1);
+    m_vecStamp.assign(n, 0);
+
+    // Only vertices that carry triangles need a reverse look-up.
+    std::unordered_map<const _sVertex*, int> vid;
+    for (std::size_t i = 0; i < n; ++i) {
+        if (!verts[i]->vecTri.empty()) {
+            vid.emplace(verts[i], static_cast<int>(i));
+        }
+    }
+    std::unordered_map<const _sTri*, int> tid;
+    for (const _sTri* t : tris) {
+        if (!t) {
+            continue;
+        }
+        int c[3];
+        bool ok = true;
+        for (int k = 0; k < 3; ++k) {
+            const auto it = vid.find(t->pVt[k]);
+            ok = ok && it != vid.end();
+            c[k] = ok ? it->second : -1;
+        }
+        if (!ok) {
+            continue; // not attached to its corners: leave it alone
+        }
+        const int w = NewTri(c[0], c[1], c[2]);
+        m_vecTri[w].src = static_cast<int>(m_vecSrc.size());
+        m_vecSrc.push_back(t);
+        tid.emplace(t, w);
+    }
+    for (std::size_t s = 0; s < m_vecSrc.size(); ++s) {
+        const _sTri* t = m_vecSrc[s];
+        const int w = tid[t];
+        for (int k = 0; k < 3; ++k) {
+            const _sTri* nb = coEdge(t->pVt[k], t->pVt[(k + 1) % 3], t);
+            const auto it = nb ? tid.find(nb) : tid.end();
+            m_vecTri[w].n[k] = it != tid.end() ? it->second : -1;
+        }
+    }
+    m_bLoaded = true;
+}
+
+void CKivDelaunayWork::Store(const FnDel& del, const FnAdd& add)
+{
+    for (int s : m_vecDeadSrc) {
+        del(m_vecSrc[static_cast<std::size_t>(s)]);
+    }
+    // Size every list once: the new triangles per corner.
+    std::fill(m_vecStamp.begin(), m_vecStamp.end(), 0);
+    for (int t = m_nHead; t >= 0; t = m_vecTri[t].next) {
+        if (m_vecTri[t].src < 0) {
+            for (int c : m_vecTri[t].v) {
+                ++m_vecStamp[c];
+            }
+        }
+    }
+    for (std::size_t i = 0; i < m_vecVert.size(); ++i) {
+        if (m_vecStamp[i]) {
+            std::vector<_sTri*>& l = m_vecVert[i]->vecTri;
+            l.reserve(l.size() + static_cast<std::size_t>(m_vecStamp[i]));
+        }
+    }
+    for (int t = m_nHead; t >= 0; t = m_vecTri[t].next) {
+        const STri& r = m_vecTri[t];
+        if (r.src < 0) {
+            add(m_vecVert[r.v[0]], m_vecVert[r.v[1]], m_vecVert[r.v[2]]);
+        }
+    }
+    Clear();
+}
+
+int CKivDelaunayWork::NewTri(int a, int b, int c)
+{
+    int t = m_nFree;
+    if (t >= 0) {
+        m_nFree = m_vecTri[t].next;
+    } else {
+        t = static_cast<int>(m_vecTri.size());
+        m_vecTri.emplace_back();
+    }
+    STri& r = m_vecTri[t];
+    r.v[0] = a;
+    r.v[1] = b;
+    r.v[2] = c;
+    r.n[0] = r.n[1] = r.n[2] = -1;
+    r.src = -1;
+    r.mark = 0;
+    r.live = 1;
+    r.prev = m_nTail;
+    r.next = -1;
+    if (m_nTail >= 0) {
+        m_vecTri[m_nTail].next = t;
+    } else {
+        m_nHead = t;
+    }
+    m_nTail = t;
+    m_vecVtTri[a] = m_vecVtTri[b] = m_vecVtTri[c] = t;
+    m_nLastTri = t;
+    ++m_nLive;
+    return t;
+}
+
+void CKivDelaunayWork::FreeTri(int t)
+{
+    STri& r = m_vecTri[t];
+    if (r.prev >= 0) {
+        m_vecTri[r.prev].next = r.next;
+    } else {
+        m_nHead = r.next;
+    }
+    if (r.next >= 0) {
+        m_vecTri[r.next].prev = r.prev;
+    } else {
+        m_nTail = r.prev;
+    }
+    if (r.src >= 0) {
+        m_vecDeadSrc.push_back(r.src);
+    }
+    r.live = 0;
+    r.mark = 0;
+    r.next = m_nFree;
+    m_nFree = t;
+    --m_nLive;
+}
+
+int CKivDelaunayWork::Orient(int a, int b, double px, double py) const
+{
+    return ExactOrient2D(m_vecXY[2 * a], m_vecXY[2 * a + 1], m_vecXY[2 * b], m_vecXY[2 * b + 1], px, py);
+}
+
+bool CKivDelaunayWork::Holds(int t, double px, double py, int& onEdge) const
+{
+    const STri& r = m_vecTri[t];
+    int zeros = 0;
+    onEdge = -1;
+    for (int k = 0; k < 3; ++k) {
+        const int o = Orient(r.v[k], r.v[(k + 1) % 3], px, py);
+        if (o < 0) {
+            return false;
+        }
+        if (o == 0) {
+            ++zeros;
+            onEdge = k;
+        }
+    }
+    if (zeros > 1) {
+        onEdge = -2;
+    }
+    return true;
+}
+
+// The plain walk: classify against the current triangle with the tolerant
+// side tests and step across the first edge the point lies beyond. -1 when
+// that edge has no neighbour (outside), -2 when the walk runs longer than
+// there are triangles (a cycle).
+int CKivDelaunayWork::LegacyWalk(int start, double px, double py) const
+{
+    int t = start;
+    for (long steps = 0; steps <= static_cast<long>(m_nLive) + 1; ++steps) {
+        const STri& r = m_vecTri[t];
+        const double* a = &m_vecXY[2 * r.v[0]];
+        const double* b = &m_vecXY[2 * r.v[1]];
+        const double* c = &m_vecXY[2 * r.v[2]];
+        const int pos = GetPtPosInTri2D(px, py, a[0], a[1], b[0], b[1], c[0], c[1], false);
+        if (pos < 1 || pos > 3) {
+            return t;
+        }
+        t = r.n[pos - 1];
+        if (t < 0) {
+            return -1;
+        }
+    }
+    return -2;
+}
+
+// The triangle that holds the point by the exact test: a visibility walk
+// that tries the edges from a rotating first one (so it cannot circle for
+// ever on a valid triangulation), then a scan if it still runs too long.
+int CKivDelaunayWork::ExactLocate(int start, double px, double py) const
+{
+    int t = start;
+    std::uint32_t rnd = 0x9e3779b9u;
+    for (long steps = 0; t >= 0 && steps <= static_cast<long>(m_nLive) + 1; ++steps) {
+        const STri& r = m_vecTri[t];
+        rnd = rnd * 1664525u + 1013904223u;
+        const int k0 = static_cast<int>((rnd >> 16) % 3u);
+        int next = -2;
+        for (int j = 0; j < 3; ++j) {
+            const int k = (k0 + j) % 3;
+            if (Orient(r.v[k], r.v[(k + 1) % 3], px, py) < 0) {
+                next = r.n[k];
+                break;
+            }
+        }
+        if (next == -2) {
+            return t;
+        }
+        t = next;
+    }
+    int onEdge = 0;
+    for (int s = m_nHead; s >= 0; s = m_vecTri[s].next) {
+        if (Holds(s, px, py, onEdge)) {
+            return s;
+        }
+    }
+    return -1;
+}
+
+int CKivDelaunayWork::StartTri(double px, double py) const
+{
+    if (m_nCols > 0) {
+        const int cx = std::clamp(static_cast<int>((px - m_dX0) * m_dInvW), 0, m_nCols - 1);
+        const int cy = std::clamp(static_cast<int>((py - m_dY0) * m_dInvH), 0, m_nRows - 1);
+        int u = m_vecCell[static_cast<std::size_t>(cy) * m_nCols + cx];
+        for (int d = 0; u < 0 && d < 9; ++d) {
+            const int x = cx + d % 3 - 1, y = cy + d / 3 - 1;
+            if (x >= 0 && y >= 0 && x < m_nCols && y < m_nRows) {
+                u = m_vecCell[static_cast<std::size_t>(y) * m_nCols + x];
+            }
+        }
+        if (u >= 0) {
+            const int t = m_vecVtTri[u];
+            if (t >= 0 && m_vecTri[t].live) {
+                return t;
+            }
+        }
+    }
+    if (m_nLastTri >= 0 && m_vecTri[m_nLastTri].live) {
+        return m_nLastTri;
+    }
+    return m_nHead;
+}
+
+void CKivDelaunayWork::PrepareLocate(double xmin, double ymin, double xmax, double ymax, std::size_t nPoints)
+{
+    m_dX0 = xmin;
+    m_dY0 = ymin;
+    m_dX1 = xmax;
+    m_dY1 = ymax;
+    m_nCols = m_nRows = 0;
+    m_vecCell.clear();
+    m_vecInserted.clear();
+    m_vecInserted.reserve(nPoints);
+    m_nRebuildAt = kFirstGrid;
+}
+
+void CKivDelaunayWork::GridPut(int iv)
+{
+    m_vecInserted.push_back(iv);
+    if (m_nRebuildAt && m_vecInserted.size() >= m_nRebuildAt) {
+        GridRebuild();
+        m_nRebuildAt *= 4;
+        return;
+    }
+    if (m_nCols > 0) {
+        const int cx = std::clamp(static_cast<int>((m_vecXY[2 * iv] - m_dX0) * m_dInvW), 0, m_nCols - 1);
+        const int cy = std::clamp(static_cast<int>((m_vecXY[2 * iv + 1] - m_dY0) * m_dInvH), 0, m_nRows - 1);
+        m_vecCell[static_cast<std::size_t>(cy) * m_nCols + cx] = iv;
+    }
+}
+
+// About two inserted vertices per cell; the grid is refined each time their
+// number grows fourfold, so the rebuilds cost O(n) in all.
+void CKivDelaunayWork::GridRebuild()
+{
+    const double w = std::max(m_dX1 - m_dX0, 1e-300);
+    const double h = std::max(m_dY1 - m_dY0, 1e-300);
+    const double cells = std::max(1.0, static_cast<double>(m_vecInserted.size()) / 2.0);
+    double cols = std::sqrt(cells * w / h);
+    cols = std::clamp(cols, 1.0, 8192.0);
+    double rows = std::clamp(cells / cols, 1.0, 8192.0);
+    m_nCols = static_cast<int>(cols);
+    m_nRows = static_cast<int>(rows);
+    m_dInvW = m_nCols / w;
+    m_dInvH = m_nRows / h;
+    if (!std::isfinite(m_dInvW) || !std::isfinite(m_dInvH)) {
+        m_nCols = m_nRows = 0;
+        return;
+    }
+    m_vecCell.assign(static_cast<std::size_t>(m_nCols) * m_nRows, -1);
+    for (int iv : m_vecInserted) {
+        const int cx = std::clamp(static_cast<int>((m_vecXY[2 * iv] - m_dX0) * m_dInvW), 0, m_nCols - 1);
+        const int cy = std::clamp(static_cast<int>((m_vecXY[2 * iv + 1] - m_dY0) * m_dInvH), 0, m_nRows - 1);
+        m_vecCell[static_cast<std::size_t>(cy) * m_nCols + cx] = iv;
+    }
+}
+
+// The cavity's boundary: each edge of a cavity triangle whose neighbour is
+// not in the cavity, in collection order and corner order. On a consistent
+// mesh this is exactly what cancelling every edge that occurs twice leaves.
+void CKivDelaunayWork::CollectBoundary()
+{
+    m_vecEdge.clear();
+    for (int x : m_vecCavity) {
+        const STri& r = m_vecTri[x];
+        for (int k = 0; k < 3; ++k) {
+            const int nb = r.n[k];
+            if (nb < 0 || !m_vecTri[nb].mark) {
+                m_vecEdge.push_back({r.v[k], r.v[(k + 1) % 3], x, k});
+            }
+        }
+    }
+}
+
+// Makes the cavity star-shaped from the point so that the fan is a valid
+// triangulation of it. The tolerant tests keep their say wherever the fan
+// would be valid; on small or huge coordinates they can collect a cavity
+// that is not (a boundary edge the point does not see strictly from inside,
+// a vertex left inside the cavity, or no cavity at all). Then:
+//  - the triangles that really hold the point (exact test) join the cavity;
+//  - a triangle whose boundary edge would give a fan triangle that is not
+//    strictly counter-clockwise leaves it, repeatedly;
+//  - when a vertex would end up inside, the last cavity triangle using it
+//    leaves.
+// With every boundary edge seen strictly from the point, the fan covers the
+// cavity exactly once (the fan's coverage of a point is the boundary's
+// winding number around it), and a star-shaped cavity is a disk, so no
+// inner vertex is left when its boundary has two edges more than it has
+// triangles. The holding triangles never leave: the point sees their edges
+// strictly, or lies on their shared edge.
+bool CKivDelaunayWork::RepairCavity(int iv, const int* hold, int nHold)
+{
+    const double px = m_vecXY[2 * iv], py = m_vecXY[2 * iv + 1];
+    for (int j = 0; j < nHold; ++j) {
+        if (!m_vecTri[hold[j]].mark) {
+            m_vecTri[hold[j]].mark = 1;
+            m_vecCavity.push_back(hold[j]);
+        }
+    }
+    const auto isHold = [&](int t) { return t == hold[0] || (nHold > 1 && t == hold[1]); };
+    const auto drop = [&](int t) {
+        m_vecTri[t].mark = 0;
+        m_vecCavity.erase(std::find(m_vecCavity.begin(), m_vecCavity.end(), t));
+    };
+    for (std::size_t guard = m_vecCavity.size() + 1; guard-- > 0;) {
+        CollectBoundary();
+        int bad = -1;
+        for (const SEdge& e : m_vecEdge) {
+            if (Orient(e.a, e.b, px, py) <= 0) {
+                bad = e.owner;
+                break;
+            }
+        }
+        if (bad >= 0) {
+            if (isHold(bad)) {
+                return false;
+            }
+            drop(bad);
+            continue;
+        }
+        if (m_vecEdge.size() == m_vecCavity.size() + 2) {
+            return true;
+        }
+        // A vertex inside the cavity: one that no boundary edge starts at.
+        ++m_nStamp;
+        for (const SEdge& e : m_vecEdge) {
+            m_vecStamp[e.a] = m_nStamp;
+        }
+        int inner = -1;
+        for (std::size_t i = 0; i < m_vecCavity.size() && inner < 0; ++i) {
+            for (int c : m_vecTri[m_vecCavity[i]].v) {
+                if (m_vecStamp[c] != m_nStamp) {
+                    inner = c;
+                    break;
+                }
+            }
+        }
+        int victim = -1;
+        for (std::size_t i = m_vecCavity.size(); inner >= 0 && i-- > 0;) {
+            const STri& r = m_vecTri[m_vecCavity[i]];
+            if (!isHold(m_vecCavity[i]) && (r.v[0] == inner || r.v[1] == inner || r.v[2] == inner)) {
+                victim = m_vecCavity[i];
+                break;
+            }
+        }
+        if (victim < 0) {
+            return false;
+        }
+        drop(victim);
+    }
+    return false;
+}
+
+bool CKivDelaunayWork::Insert(int iv)
+{
+    if (!m_bLoaded || m_nLive == 0 || iv < 0 || static_cast<std::size_t>(iv) >= m_vecVert.size()) {
+        return false;
+    }
+    const double px = m_vecXY[2 * iv], py = m_vecXY[2 * iv + 1];
+    if (!std::isfinite(px) || !std::isfinite(py)) {
+        return false;
+    }
+    const int start = StartTri(px, py);
+    const int found = LegacyWalk(start, px, py);
+
+    // The triangle(s) that really hold the point.
+    int onEdge = -1;
+    int hold = -1;
+    if (found >= 0 && Holds(found, px, py, onEdge)) {
+        hold = found;
+    } else {
+        hold = ExactLocate(found >= 0 ? found : start, px, py);
+        if (hold < 0) {
+            return false;
+        }
+        Holds(hold, px, py, onEdge);
+    }
+    if (onEdge == -2) {
+        return false; // on an existing vertex
+    }
+    int holds[2] = {hold, -1};
+    int nHold = 1;
+    if (onEdge >= 0) {
+        holds[1] = m_vecTri[hold].n[onEdge];
+        if (holds[1] < 0) {
+            return false; // on the outer boundary: no valid fan
+        }
+        nHold = 2;
+    }
+
+    // The cavity, in the order of the recursive flood: the triangle itself,
+    // then everything reached across edge 01, then 12, then 20.
+    m_vecCavity.clear();
+    m_vecStack.clear();
+    m_vecStack.push_back(found >= 0 ? found : hold);
+    while (!m_vecStack.empty()) {
+        const int x = m_vecStack.back();
+        m_vecStack.pop_back();
+        if (x < 0 || m_vecTri[x].mark) {
+            continue;
+        }
+        const STri& r = m_vecTri[x];
+        const double* a = &m_vecXY[2 * r.v[0]];
+        const double* b = &m_vecXY[2 * r.v[1]];
+        const double* c = &m_vecXY[2 * r.v[2]];
+        if (IsPtInCircumCircle2D(px, py, a[0], a[1], b[0], b[1], c[0], c[1]) < 0) {
+            continue;
+        }
+        m_vecTri[x].mark = 1;
+        m_vecCavity.push_back(x);
+        m_vecStack.push_back(r.n[2]);
+        m_vecStack.push_back(r.n[1]);
+        m_vecStack.push_back(r.n[0]);
+    }
+
+    if (!RepairCavity(iv, holds, nHold)) {
+        for (int x : m_vecCavity) {
+            m_vecTri[x].mark = 0;
+        }
+        return false;
+    }
+
+    // Fan the boundary edges to the point, in order; the outside neighbour of
+    // each edge is relinked to its new triangle.
+    m_vecNew.clear();
+    for (const SEdge& e : m_vecEdge) {
+        const int outer = m_vecTri[e.owner].n[e.k];
+        const int t = NewTri(e.a, e.b, iv);
+        m_vecTri[t].n[0] = outer;
+        if (outer >= 0) {
+            STri& o = m_vecTri[outer];
+            for (int j = 0; j < 3; ++j) {
+                if (o.v[j] == e.b && o.v[(j + 1) % 3] == e.a) {
+                    o.n[j] = t;
+                    break;
+                }
+            }
+        }
+        m_vecStartAt[e.a] = t;
+        m_vecEndAt[e.b] = t;
+        m_vecNew.push_back(t);
+    }
+    for (int t : m_vecNew) {
+        STri& r = m_vecTri[t];
+        r.n[1] = m_vecStartAt[r.v[1]];
+        r.n[2] = m_vecEndAt[r.v[0]];
+    }
+    for (const SEdge& e : m_vecEdge) {
+        m_vecStartAt[e.a] = -1;
+        m_vecEndAt[e.b] = -1;
+    }
+    for (int x : m_vecCavity) {
+        FreeTri(x);
+    }
+    m_nLastTri = m_vecNew.back();
+    if (m_nRebuildAt) {
+        GridPut(iv);
+    }
+    return true;
+}
+
+void CKivDelaunayWork::SetPrevBound(_sVertex* const* v)
+{
+    for (int k = 0; k < 3; ++k) {
+        m_pPrevBound[k] = v[k];
+        m_ptPrevBound[k] = v[k] ? v[k]->pt : CKivPoint3d();
+    }
+}
+
+bool CKivDelaunayWork::IsPrevBound(const _sVertex* v) const
+{
+    // The record alone could be a new vertex at a freed one's address; the
+    // position must match too.
+    for (int k = 0; k < 3; ++k) {
+        if (v && v == m_pPrevBound[k] && v->pt.x == m_ptPrevBound[k].x && v->pt.y == m_ptPrevBound[k].y &&
+            v->pt.z == m_ptPrevBound[k].z) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace TriMesh

@@ -1,0 +1,130 @@
+// The triangulator's working triangulation: an array of triangles with
+// neighbour links, on which points are inserted one by one. It mirrors the
+// mesh's triangles (Load), works without touching the mesh, and writes the
+// outcome back (Store) so that the mesh ends up exactly as if every step had
+// been made with AddTri and DelTri: surviving triangles in creation order,
+// each vertex's list in attachment order.
+//
+// Why a separate structure: the mesh keeps adjacency only through each
+// vertex's triangle list, so every neighbour look-up is a list search and
+// every triangle a heap record. Here a neighbour is one array read, deleted
+// triangles are recycled, and the mesh records are made once at the end.
+//
+// Insertion follows the plain algorithm step for step: walk with the
+// tolerant side test (first edge whose side test fails, in corner order),
+// flood the cavity in the recursive order (edge 01, 12, 20) by the tolerant
+// in-circle test, keep the cavity's boundary edges in collection order and
+// fan them to the new point. What differs is bookkeeping only, plus one
+// repair where the tolerant tests would not give a valid triangulation (see
+// Insert).
+#ifndef KIVGEO_TRIMESH_DELAUNAY_WORK_H
+#define KIVGEO_TRIMESH_DELAUNAY_WORK_H
+
+#include <kivgeo/mesh_data.h>
+
+#include <cstdint>
+#include <functional>
+#include <vector>
+
+namespace TriMesh {
+
+class CKivDelaunayWork {
+public:
+    // Whether a vertex takes part in a triangulation: finite coordinates, and
+    // x and y within 1e150 (beyond, the exact predicates' products overflow).
+    static bool IsUsable(const CKivPoint3d& p);
+
+    // The mesh's own members reach this class through the triangulator (a
+    // friend of the store) as these callbacks.
+    using FnCoEdge = std::function<const _sTri*(const _sVertex*, const _sVertex*, const _sTri*)>;
+    using FnDel = std::function<void(const _sTri*)>;
+    using FnAdd = std::function<void(_sVertex*, _sVertex*, _sVertex*)>;
+
+    // Copies the vertex positions and the triangles (null slots skipped;
+    // neighbours by coEdge). The mesh must not change until Store.
+    void Load(const std::vector<_sVertex*>& verts, const std::vector<_sTri*>& tris, const FnCoEdge& coEdge);
+    // Prepares the point-location grid over [xmin, xmax] x [ymin, ymax] for
+    // about nPoints insertions.
+    void PrepareLocate(double xmin, double ymin, double xmax, double ymax, std::size_t nPoints);
+    // Inserts vertex iv (an index into the loaded vertex list); false when it
+    // cannot be placed (outside the triangulation, on an existing vertex).
+    bool Insert(int iv);
+    // Writes the changes back into the mesh (DelTri for the loaded triangles
+    // that died, AddTri for the new survivors in creation order) and
+    // compacts its triangle list. The work is empty afterwards.
+    void Store(const FnDel& del, const FnAdd& add);
+    // Drops everything loaded.
+    void Clear();
+    bool IsLoaded() const { return m_bLoaded; }
+
+    // The bounding vertices of the last run, remembered by record and world
+    // position, so that a later run can tell them from data vertices.
+    void SetPrevBound(_sVertex* const* v);
+    bool IsPrevBound(const _sVertex* v) const;
+
+private:
+    struct STri {
+        int v[3];     // corners, counter-clockwise
+        int n[3];     // neighbour across edge (v[k], v[k+1]), -1 for none
+        int prev;     // creation-order list (free list: next only)
+        int next;
+        int src;      // index into m_vecSrc for loaded triangles, else -1
+        std::uint8_t mark; // in the current cavity
+        std::uint8_t live;
+    };
+    struct SEdge {
+        int a, b;  // the edge as oriented in its triangle
+        int owner; // cavity triangle
+        int k;     // edge slot in owner
+    };
+
+    int NewTri(int a, int b, int c);
+    void FreeTri(int t);
+    int LegacyWalk(int start, double px, double py) const;
+    int ExactLocate(int start, double px, double py) const;
+    int Orient(int a, int b, double px, double py) const;
+    bool Holds(int t, double px, double py, int& onEdge) const;
+    int StartTri(double px, double py) const;
+    void GridPut(int iv);
+    void GridRebuild();
+    void CollectBoundary();
+    bool RepairCavity(int iv, const int* hold, int nHold);
+
+    bool m_bLoaded = false;
+    std::vector<_sVertex*> m_vecVert;
+    std::vector<double> m_vecXY; // vertex positions, x and y interleaved
+    std::vector<STri> m_vecTri;
+    std::vector<const _sTri*> m_vecSrc; // mesh records of loaded triangles
+    std::vector<int> m_vecDeadSrc;      // loaded triangles since deleted
+    std::vector<int> m_vecVtTri;        // one live triangle per vertex, or -1
+    int m_nHead = -1, m_nTail = -1;     // creation order of live triangles
+    int m_nFree = -1;
+    int m_nLive = 0;
+    int m_nLastTri = -1;
+
+    // Scratch of one insertion.
+    std::vector<int> m_vecCavity;
+    std::vector<int> m_vecStack;
+    std::vector<SEdge> m_vecEdge;
+    std::vector<int> m_vecNew;
+    std::vector<int> m_vecStartAt; // per vertex: new triangle with that first corner
+    std::vector<int> m_vecEndAt;   // per vertex: new triangle with that second corner
+    std::vector<int> m_vecStamp;   // per vertex: insertion stamp (interior-vertex check)
+    int m_nStamp = 0;
+
+    // Coarse grid of inserted vertices (last one per cell), refined as the
+    // number of inserted vertices doubles.
+    double m_dX0 = 0, m_dY0 = 0, m_dX1 = 0, m_dY1 = 0;
+    double m_dInvW = 0, m_dInvH = 0;
+    int m_nCols = 0, m_nRows = 0;
+    std::vector<int> m_vecCell;
+    std::vector<int> m_vecInserted;
+    std::size_t m_nRebuildAt = 0;
+
+    _sVertex* m_pPrevBound[3] = {nullptr, nullptr, nullptr};
+    CKivPoint3d m_ptPrevBound[3];
+};
+
+} // namespace TriMesh
+
+#endif
