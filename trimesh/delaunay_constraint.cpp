@@ -33,7 +33,7 @@ using Triple = std::array<int, 3>;
 // clockwise, 0 collinear; exact.
 int Orient(const _sVertex* a, const _sVertex* b, const _sVertex* c)
 {
-    return KivExact::ExactOrient2D(a->pt.x, a->pt.y, b->pt.x, b->pt.y, c->pt.x, c->pt.y);
+    return ExactOrient2D(a->pt.x, a->pt.y, b->pt.x, b->pt.y, c->pt.x, c->pt.y);
 }
 
 bool IsFinitePlan(const _sVertex* v)
