@@ -120,7 +120,8 @@ void ExpectUsable(const CKivMeshData& mesh)
     const std::size_t step = std::max<std::size_t>(1, tris.size() / 300);
     for (std::size_t i = 0; i < tris.size(); i += step) {
         const CKivTri3d& t = tris[i];
-        const CKivPoint3d c((t.m_pt[0].x + t.m_pt[1].x + t.m_pt[2].x) / 3, (t.m_pt[0].y + t.m_pt[1].y + t.m_pt[2].y) / 3,
+        const CKivPoint3d c((t.m_pt[0].x + t.m_pt[1].x + t.m_pt[2].x) / 3,
+                            (t.m_pt[0].y + t.m_pt[1].y + t.m_pt[2].y) / 3,
                             (t.m_pt[0].z + t.m_pt[1].z + t.m_pt[2].z) / 3);
         ASSERT_TRUE(query.GetMapPoint(c.x, c.y, z)) << "no height at the centroid of triangle " << i;
         EXPECT_NEAR(z, c.z, zTol) << "triangle " << i;
@@ -296,8 +297,8 @@ TEST(HostileInput, NanAndInfiniteAmongRealData)
         dirty.points.push_back(clean.points[i]);
         if (i % 37 == 0) {
             const CKivPoint3d& p = clean.points[i];
-            const CKivPoint3d bad[] = {P(nan, p.y, p.z), P(p.x, nan, p.z), P(p.x + 1, p.y, nan), P(inf, p.y, 1),
-                                       P(p.x, -inf, 1), P(-inf, inf, inf), P(nan, nan, nan)};
+            const CKivPoint3d bad[] = {P(nan, p.y, p.z), P(p.x, nan, p.z),  P(p.x + 1, p.y, nan), P(inf, p.y, 1),
+                                       P(p.x, -inf, 1),  P(-inf, inf, inf), P(nan, nan, nan)};
             dirty.points.push_back(bad[i % 7]);
         }
     }

@@ -1,5 +1,5 @@
 // Validity of a triangulated surface in plan, for tests and fuzzers: every
-// triangle strictly counter-clockwise, no directed edge used twice, and no
+// triangle strictly counter-clockwise (exact test), no directed edge used twice, and no
 // triangle overlapping another (no triangle's centroid or corner strictly
 // inside another triangle). The overlap test buckets triangles on a grid,
 // so it stays near linear on meshes of a few hundred thousand triangles.
@@ -10,8 +10,11 @@
 #include <kivgeo/mesh_data.h>
 #include <kivgeo/tri3d.h>
 
+#include "spacemath/exact_orient.h"
+
 #include <algorithm>
 #include <array>
+#include <cfloat>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -34,17 +37,24 @@ inline std::uint64_t Bits(double d)
     return u;
 }
 
-// p lies strictly inside the counter-clockwise triangle t, by more than a
-// relative margin (a point on an edge, up to rounding, is not inside).
+// p lies strictly inside the counter-clockwise triangle t by a clear margin:
+// farther from each edge's line than the rounding of the test (relative to
+// the distances involved) and than a few units in the last place of the
+// coordinates (a computed centroid is only that precise). A point on an edge,
+// up to rounding, is not inside.
 inline bool StrictlyInside(const CKivTri3d& t, const CKivPoint3d& p)
 {
     const CKivPoint3d* v = t.m_pt;
+    double mag = std::fmax(std::fabs(p.x), std::fabs(p.y));
+    for (int k = 0; k < 3; ++k) {
+        mag = std::fmax(mag, std::fmax(std::fabs(v[k].x), std::fabs(v[k].y)));
+    }
     for (int k = 0; k < 3; ++k) {
         const CKivPoint3d& a = v[k];
         const CKivPoint3d& b = v[(k + 1) % 3];
         const double len = std::hypot(b.x - a.x, b.y - a.y);
         const double reach = std::fmax(std::fabs(p.x - a.x), std::fabs(p.y - a.y)) + len;
-        if (!(Orient(a, b, p) > 1e-9 * len * reach)) {
+        if (!(Orient(a, b, p) > len * (1e-9 * reach + 8 * DBL_EPSILON * mag))) {
             return false;
         }
     }
@@ -68,7 +78,9 @@ inline std::string CheckTin(const std::vector<CKivTri3d>& tris)
     double x0 = HUGE_VAL, y0 = HUGE_VAL, x1 = -HUGE_VAL, y1 = -HUGE_VAL;
     for (std::size_t i = 0; i < tris.size(); ++i) {
         const CKivPoint3d* v = tris[i].m_pt;
-        if (!(Orient(v[0], v[1], v[2]) > 0)) {
+        // Exact: with huge coordinates the rounded cross product of a good
+        // triangle can come out zero.
+        if (ExactOrient2D(v[0].x, v[0].y, v[1].x, v[1].y, v[2].x, v[2].y) <= 0) {
             return "triangle " + std::to_string(i) + " is not strictly counter-clockwise";
         }
         for (int k = 0; k < 3; ++k) {
