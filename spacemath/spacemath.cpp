@@ -745,6 +745,66 @@ int CKivSpaceMath::Test_Intersect_Seg_And_Tri_3D(const CKivPoint3d& V0, const CK
     return 2;
 }
 
+namespace {
+
+// 2D orientation of M against the edge PQ, computed with the edge's ends in
+// a fixed (lexicographic) order, so that the two triangles sharing an edge
+// clip a map segment at bit for bit the same parameter.
+inline double EdgeSide(const CKivPoint3d& P, const CKivPoint3d& Q, const CKivPoint3d& M)
+{
+    const bool swap = Q.x < P.x || (Q.x == P.x && Q.y < P.y);
+    const CKivPoint3d& a = swap ? Q : P;
+    const CKivPoint3d& b = swap ? P : Q;
+    const double c = (b.x - a.x) * (M.y - a.y) - (b.y - a.y) * (M.x - a.x);
+    return swap ? -c : c;
+}
+
+// The piece of a triangle that is not steep over M0M1: clip the map segment
+// to the plan triangle and lift the ends onto the triangle's plane. Exact up
+// to rounding at every scale. False when the segment misses the triangle.
+bool DrapeOnPlanTri(const CKivPoint3d* V, double area2, const CKivPoint3d& M0, const CKivPoint3d& M1,
+                    CKivPoint3d& X0, CKivPoint3d& X1)
+{
+    const double sign = area2 > 0 ? 1.0 : -1.0;
+    double t0 = 0.0, t1 = 1.0;
+    for (int e = 0; e < 3; ++e) {
+        const CKivPoint3d& P = V[e];
+        const CKivPoint3d& Q = V[(e + 1) % 3];
+        // Inside where f >= 0; f is linear along the segment.
+        const double f0 = sign * EdgeSide(P, Q, M0), f1 = sign * EdgeSide(P, Q, M1);
+        if (!(f0 >= 0.0) && !(f1 >= 0.0)) {
+            return false; // both outside, or NaN
+        }
+        if (f0 < 0.0) {
+            t0 = std::max(t0, f0 / (f0 - f1));
+        } else if (f1 < 0.0) {
+            t1 = std::min(t1, f0 / (f0 - f1));
+        }
+    }
+    if (!(t0 <= t1)) {
+        return false;
+    }
+    const CKivPoint3d& A = V[0];
+    const double ux = V[1].x - A.x, uy = V[1].y - A.y, uz = V[1].z - A.z;
+    const double vx = V[2].x - A.x, vy = V[2].y - A.y, vz = V[2].z - A.z;
+    const auto lift = [&](double t) {
+        const double x = t == 0.0 ? M0.x : (t == 1.0 ? M1.x : M0.x + t * (M1.x - M0.x));
+        const double y = t == 0.0 ? M0.y : (t == 1.0 ? M1.y : M0.y + t * (M1.y - M0.y));
+        const double wx = x - A.x, wy = y - A.y;
+        const double b = (wx * vy - wy * vx) / area2, c = (ux * wy - uy * wx) / area2;
+        return CKivPoint3d(x, y, A.z + b * uz + c * vz);
+    };
+    const CKivPoint3d a = lift(t0), b = lift(t1);
+    if (!(std::isfinite(a.z) && std::isfinite(b.z) && std::isfinite(a.x + a.y + b.x + b.y))) {
+        return false;
+    }
+    X0 = a;
+    X1 = b;
+    return true;
+}
+
+} // namespace
+
 bool CKivSpaceMath::Test_Intersect_MapSeg_And_Tri_3D(const CKivPoint3d& V0, const CKivPoint3d& V1,
                                                      const CKivPoint3d& V2, const CKivPoint3d& M0,
                                                      const CKivPoint3d& M1, CKivPoint3d& X0, CKivPoint3d& X1)
@@ -753,6 +813,16 @@ bool CKivSpaceMath::Test_Intersect_MapSeg_And_Tri_3D(const CKivPoint3d& V0, cons
     const double mm = mx * mx + my * my;
     if (!(mm >= SpaceMathInline::kLen2Below1e6)) {
         return false;
+    }
+    // A triangle whose plan area is not small against its area in space (a
+    // slope below about 89.9 degrees) is clipped in plan: no tolerance, so
+    // it works at every scale. A steeper one, up to a vertical one standing
+    // across the segment, is cut by the wall as below.
+    const CKivPoint3d V[3] = {V0, V1, V2};
+    const CGeoVector n = CGeoVector(V1 - V0) ^ CGeoVector(V2 - V0);
+    const double nn = n.Length2();
+    if (n.z * n.z >= 1e-6 * nn && nn > 0.0) {
+        return DrapeOnPlanTri(V, n.z, M0, M1, X0, X1);
     }
     // The wall over M0M1 as two triangles, reaching 1 beyond the triangle in z.
     const double lo = std::min({V0.z, V1.z, V2.z}) - 1.0;

@@ -1,6 +1,7 @@
 #include <kivgeo/mesh_data.h>
 
 #include "trimesh/oct_tree.h"
+#include "trimesh/plan_index.h"
 #include "trimesh/vertex_index.h"
 
 #include <algorithm>
@@ -21,7 +22,8 @@ constexpr double kOctRatio = 0.2;
 
 CKivMeshData::CKivMeshData()
     : m_pOctTree(nullptr), m_ptMax(-DBL_MAX, -DBL_MAX, -DBL_MAX), m_ptMin(DBL_MAX, DBL_MAX, DBL_MAX),
-      m_pVertexIndex(new CKivVertexIndex), m_nDeadTri(0), m_nFirstDeadTri(kNoDeadTri)
+      m_pVertexIndex(new CKivVertexIndex), m_nDeadTri(0), m_nFirstDeadTri(kNoDeadTri), m_pPlanIndex(nullptr),
+      m_nPlanWork(0)
 {
 }
 
@@ -243,6 +245,7 @@ _sTri* CKivMeshData::FindTriCoEdge(const _sVertex* a, const _sVertex* b, const _
 
 void CKivMeshData::ResetOctTree()
 {
+    DropPlanIndex();
     CompactTris();
     delete m_pOctTree;
     m_pOctTree = nullptr;
@@ -262,6 +265,7 @@ void CKivMeshData::AddTri(_sVertex* a, _sVertex* b, _sVertex* c)
     t->pVt[0] = a;
     t->pVt[1] = b;
     t->pVt[2] = c;
+    DropPlanIndex();
     t->nPos = static_cast<std::int32_t>(m_vecTri.size());
     m_vecTri.push_back(t);
     a->vecTri.push_back(t);
@@ -277,6 +281,7 @@ void CKivMeshData::DelTri(_sTri* t)
     if (!t) {
         return;
     }
+    DropPlanIndex();
     if (m_pOctTree) {
         m_pOctTree->Remove(t, CKivOctBox::OfTri(*t));
     }
@@ -353,6 +358,7 @@ void CKivMeshData::DelVoidVet()
 
 void CKivMeshData::ClearTriData()
 {
+    DropPlanIndex();
     for (_sTri* t : m_vecTri) {
         delete t;
     }
@@ -380,6 +386,13 @@ _sVertex* CKivMeshData::NewVertex(const CKivPoint3d& p)
 void CKivMeshData::InvalidateVertexIndex()
 {
     m_pVertexIndex->Invalidate();
+    DropPlanIndex(); // moved vertices move triangles
+}
+
+void CKivMeshData::DropPlanIndex()
+{
+    delete m_pPlanIndex.exchange(nullptr);
+    m_nPlanWork.store(0, std::memory_order_relaxed);
 }
 
 void CKivMeshData::CompactTris()

@@ -8,6 +8,7 @@
 #include <kivgeo/geo_convex.h>
 #include <kivgeo/match_chazhi.h>
 #include <kivgeo/mesh_data.h>
+#include <kivgeo/mesh_query.h>
 #include <kivgeo/planar.h>
 #include <kivgeo/point3d.h>
 #include <kivgeo/polyline.h>

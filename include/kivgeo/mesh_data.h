@@ -21,7 +21,8 @@
 //  * Moving vertices. After changing the pt of any vertex already in the
 //    mesh (the triangulator's shift to a local origin and back, the fault
 //    displacement), call InvalidateVertexIndex() before the next
-//    GetVertexIndex / GetVertexIndex2D; the index is rebuilt on first use.
+//    GetVertexIndex / GetVertexIndex2D or mesh query; the lookup index and
+//    the queries' plan grid are rebuilt on first use.
 //
 //  * Adding and removing triangles. Only through AddTri and DelTri (the new
 //    triangle of AddTri is m_vecTri.back()). DelTri frees the triangle at
@@ -49,6 +50,7 @@
 #include <kivgeo/seg3d.h>
 #include <kivgeo/tri3d.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -59,6 +61,7 @@ namespace TriMesh {
 struct _sTri;
 class CKivOctTree;
 class CKivVertexIndex;
+class CKivPlanIndex;
 
 class CKivDelaunay;
 class CKivMeshQuery;
@@ -209,6 +212,15 @@ private:
     std::unique_ptr<CKivVertexIndex> m_pVertexIndex;
     std::size_t m_nDeadTri;
     std::size_t m_nFirstDeadTri;
+
+    // Bookkeeping of the queries: a plan grid over the triangles that the
+    // elevation query builds once its octree searches have cost about as much
+    // as building it (m_nPlanWork counts their candidates). Dropped, and the
+    // count reset, by every change of the triangles, the vertex positions or
+    // the octree. Atomic because const queries may run on several threads.
+    mutable std::atomic<CKivPlanIndex*> m_pPlanIndex;
+    mutable std::atomic<std::size_t> m_nPlanWork;
+    void DropPlanIndex();
 };
 
 } // namespace TriMesh

@@ -198,11 +198,14 @@ public:
                                              const CKivPoint3d& P0, const CKivPoint3d& P1, CKivPoint3d& X0,
                                              CKivPoint3d& X1);
     // The piece of the triangle over the map segment M0M1 (z of M0, M1
-    // ignored): the vertical wall over M0M1, from 1 below to 1 above the
-    // triangle, is cut as two triangles against it. True with X0 -> X1 running
-    // in the direction M0 -> M1 (X1 = X0 for a single point); false when the
-    // triangle does not reach the wall, lies in it, or M0M1 is shorter than
-    // 1e-6 in plan.
+    // ignored). A triangle less steep than about 89.9 degrees is clipped in
+    // plan, without tolerance (boundary included), and the piece's ends are
+    // lifted onto its plane. A steeper one is cut against the vertical wall
+    // over M0M1, from 1 below to 1 above the triangle, taken as two
+    // triangles (Test_Intersect_Tri_And_Tri_3D, so with its tolerances).
+    // True with X0 -> X1 running in the direction M0 -> M1 (X1 = X0 for a
+    // single point); false when the triangle does not reach the segment or
+    // the wall, lies in the wall, or M0M1 is shorter than 1e-6 in plan.
     static bool Test_Intersect_MapSeg_And_Tri_3D(const CKivPoint3d& V0, const CKivPoint3d& V1,
                                                  const CKivPoint3d& V2, const CKivPoint3d& M0,
                                                  const CKivPoint3d& M1, CKivPoint3d& X0, CKivPoint3d& X1);

@@ -1,0 +1,167 @@
+// CKivMeshQuery: triangles along a segment, draping plan lines onto the
+// surface, triangles inside a plan polygon.
+#include <kivgeo/mesh_query.h>
+
+#include <kivgeo/planar.h>
+#include <kivgeo/spacemath.h>
+
+#include "trimesh/oct_tree.h"
+#include "trimesh/seg_dedup.h"
+
+#include <algorithm>
+#include <functional>
+
+namespace TriMesh {
+
+namespace {
+
+constexpr double kThird = 0.3333333333333333;
+// A segment longer than this share of the mesh diagonal is searched as 16
+// pieces, so that one huge box does not collect the whole mesh.
+constexpr double kLongSegRatio = 8.0;
+
+} // namespace
+
+void CKivMeshQuery::FindTriByShortSeg(const CKivPoint3d& p1, const CKivPoint3d& p2, std::vector<_sTri*>& out) const
+{
+    if (!HasSearch()) {
+        return;
+    }
+    std::vector<const CKivOctNode*> nodes;
+    m_pMesh->m_pOctTree->QueryBox(std::min(p1.x, p2.x), std::min(p1.y, p2.y), std::min(p1.z, p2.z),
+                                  std::max(p1.x, p2.x), std::max(p1.y, p2.y), std::max(p1.z, p2.z), nodes);
+    for (const CKivOctNode* n : nodes) {
+        out.insert(out.end(), n->m_vecTri.rbegin(), n->m_vecTri.rend());
+    }
+}
+
+void CKivMeshQuery::FindTriBySeg(const CKivPoint3d& p1, const CKivPoint3d& p2, std::vector<_sTri*>& out) const
+{
+    out.clear();
+    if (!HasSearch()) {
+        return;
+    }
+    const double len = p1.Distance(p2);
+    const double diag = m_pMesh->m_ptMin.Distance(m_pMesh->m_ptMax);
+    std::vector<CKivPoint3d> pts{p1, p2};
+    if (diag / len < kLongSegRatio) {
+        for (int pass = 0; pass < 4; ++pass) {
+            for (std::size_t i = pts.size() - 1; i > 0; --i) {
+                pts.insert(pts.begin() + static_cast<std::ptrdiff_t>(i), (pts[i - 1] + pts[i]) * 0.5);
+            }
+        }
+    }
+    for (std::size_t i = 0; i + 1 < pts.size(); ++i) {
+        FindTriByShortSeg(pts[i], pts[i + 1], out);
+    }
+    std::sort(out.begin(), out.end(), std::less<_sTri*>());
+    out.erase(std::unique(out.begin(), out.end()), out.end());
+}
+
+void CKivMeshQuery::GetMapLineSeg(const CKivPoint3d& p1, const CKivPoint3d& p2, std::vector<CKivSeg3d>& out) const
+{
+    CKivSegDedup seen(out);
+    GetMapLineSeg(p1, p2, out, seen);
+}
+
+void CKivMeshQuery::GetMapLineSeg(const CKivPoint3d& p1, const CKivPoint3d& p2, std::vector<CKivSeg3d>& out,
+                                  CKivSegDedup& seen) const
+{
+    if (!HasSearch()) {
+        return;
+    }
+    std::vector<const CKivOctNode*> nodes;
+    m_pMesh->m_pOctTree->QueryBox2D(std::min(p1.x, p2.x), std::min(p1.y, p2.y), std::max(p1.x, p2.x),
+                                    std::max(p1.y, p2.y), nodes);
+    for (const CKivOctNode* n : nodes) {
+        for (auto it = n->m_vecTri.rbegin(); it != n->m_vecTri.rend(); ++it) {
+            const _sTri* t = *it;
+            CKivPoint3d q1, q2;
+            if (!CKivSpaceMath::Test_Intersect_MapSeg_And_Tri_3D(t->pVt[0]->pt, t->pVt[1]->pt, t->pVt[2]->pt, p1,
+                                                                 p2, q1, q2) ||
+                q1 == q2 || seen.Contains(q1, q2)) {
+                continue;
+            }
+            out.emplace_back(q1, q2);
+            seen.Added();
+        }
+    }
+}
+
+bool CKivMeshQuery::GetMapPolyline(const std::vector<CKivPoint3d>& points, bool closed,
+                                   std::vector<CKivSeg3d>& out) const
+{
+    const std::size_t n = points.size();
+    if (n < 2) {
+        return false;
+    }
+    out.clear();
+    CKivSegDedup seen(out);
+    const std::size_t edges = closed ? n : n - 1;
+    for (std::size_t i = 0; i < edges; ++i) {
+        GetMapLineSeg(points[i], points[(i + 1) % n], out, seen);
+    }
+    return true;
+}
+
+bool CKivMeshQuery::GetMapPolyline(const std::vector<CKivPoint3d>& points, bool closed,
+                                   std::vector<CKivPolyLine>& out) const
+{
+    std::vector<CKivSeg3d> segs;
+    if (!GetMapPolyline(points, closed, segs)) {
+        return false;
+    }
+    out.clear();
+    if (CKivSeg3d::LinkSeg(segs, out)) {
+        return true;
+    }
+    out.clear();
+    return false;
+}
+
+bool CKivMeshQuery::GetTrisInMapPolygon(const std::vector<CKivPoint3d>& polygon, std::vector<_sTri*>& out) const
+{
+    if (polygon.size() < 3) {
+        return false;
+    }
+    out.clear();
+    double x0 = polygon[0].x, x1 = x0, y0 = polygon[0].y, y1 = y0;
+    for (const CKivPoint3d& p : polygon) {
+        x0 = std::min(x0, p.x), x1 = std::max(x1, p.x);
+        y0 = std::min(y0, p.y), y1 = std::max(y1, p.y);
+    }
+    if (!HasSearch()) {
+        return false;
+    }
+    std::vector<const CKivOctNode*> nodes;
+    m_pMesh->m_pOctTree->QueryBox2D(x0 - 1e-6, y0 - 1e-6, x1 + 1e-6, y1 + 1e-6, nodes);
+    if (nodes.empty()) {
+        return false;
+    }
+    for (const CKivOctNode* n : nodes) {
+        for (auto it = n->m_vecTri.rbegin(); it != n->m_vecTri.rend(); ++it) {
+            const _sTri* t = *it;
+            const CKivPoint3d g((t->pVt[0]->pt.x + t->pVt[1]->pt.x + t->pVt[2]->pt.x) * kThird,
+                                (t->pVt[0]->pt.y + t->pVt[1]->pt.y + t->pVt[2]->pt.y) * kThird, 0.0);
+            if (IsPtInPolygon(polygon, g) == 1) {
+                out.push_back(*it);
+            }
+        }
+    }
+    return true;
+}
+
+bool CKivMeshQuery::GetTrisInMapPolygon(const std::vector<CKivPoint3d>& polygon, std::vector<CKivTri3d>& out) const
+{
+    std::vector<_sTri*> tris;
+    GetTrisInMapPolygon(polygon, tris);
+    out.resize(tris.size());
+    for (std::size_t i = 0; i < tris.size(); ++i) {
+        for (int k = 0; k < 3; ++k) {
+            out[i].m_pt[k] = tris[i]->pVt[k]->pt;
+        }
+    }
+    return true;
+}
+
+} // namespace TriMesh

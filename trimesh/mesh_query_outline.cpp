@@ -1,0 +1,332 @@
+// CKivMeshQuery: the outline of the mesh, from its boundary edges.
+#include <kivgeo/mesh_query.h>
+
+#include <cmath>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <queue>
+#include <unordered_map>
+
+namespace TriMesh {
+
+namespace {
+
+// Live boundary edges during the cancellation: an open-addressing table from
+// an undirected edge (its two vertex addresses, smaller first) to its slot,
+// with linear probing and backward-shift deletion (no tombstones). Millions
+// of insertions and removals run through it on a large TIN, so it avoids the
+// allocation per entry of a node-based map.
+class CEdgeTable {
+public:
+    CEdgeTable() { Rehash(1024); }
+
+    // The slot of the live edge (a, b), or npos.
+    std::size_t Find(const _sVertex* a, const _sVertex* b) const
+    {
+        const SKey k = MakeKey(a, b);
+        for (std::size_t i = Home(k);; i = (i + 1) & m_nMask) {
+            const SEntry& e = m_vecEntry[i];
+            if (e.lo == 0) {
+                return npos;
+            }
+            if (e.lo == k.lo && e.hi == k.hi) {
+                return e.slot;
+            }
+        }
+    }
+    void Insert(const _sVertex* a, const _sVertex* b, std::size_t slot)
+    {
+        if (2 * (m_nCount + 1) > m_vecEntry.size()) {
+            Rehash(2 * m_vecEntry.size());
+        }
+        const SKey k = MakeKey(a, b);
+        std::size_t i = Home(k);
+        while (m_vecEntry[i].lo != 0) {
+            i = (i + 1) & m_nMask;
+        }
+        m_vecEntry[i] = SEntry{k.lo, k.hi, slot};
+        ++m_nCount;
+    }
+    void Erase(const _sVertex* a, const _sVertex* b)
+    {
+        const SKey k = MakeKey(a, b);
+        std::size_t i = Home(k);
+        while (!(m_vecEntry[i].lo == k.lo && m_vecEntry[i].hi == k.hi)) {
+            i = (i + 1) & m_nMask;
+        }
+        // Shift later members of the probe run back into the hole.
+        for (std::size_t j = (i + 1) & m_nMask;; j = (j + 1) & m_nMask) {
+            const SEntry& e = m_vecEntry[j];
+            if (e.lo == 0) {
+                break;
+            }
+            const std::size_t h = Home(SKey{e.lo, e.hi});
+            // e may move to i when its home does not lie cyclically in (i, j].
+            if (((j - h) & m_nMask) >= ((j - i) & m_nMask)) {
+                m_vecEntry[i] = e;
+                i = j;
+            }
+        }
+        m_vecEntry[i] = SEntry{};
+        --m_nCount;
+    }
+
+    static constexpr std::size_t npos = static_cast<std::size_t>(-1);
+
+private:
+    // Addresses plus one, so that zero marks an empty entry.
+    struct SKey {
+        std::uintptr_t lo, hi;
+    };
+    struct SEntry {
+        std::uintptr_t lo = 0, hi = 0;
+        std::size_t slot = 0;
+    };
+
+    static SKey MakeKey(const _sVertex* a, const _sVertex* b)
+    {
+        const std::uintptr_t x = reinterpret_cast<std::uintptr_t>(a) + 1;
+        const std::uintptr_t y = reinterpret_cast<std::uintptr_t>(b) + 1;
+        return x < y ? SKey{x, y} : SKey{y, x};
+    }
+    std::size_t Home(const SKey& k) const
+    {
+        std::uint64_t h = static_cast<std::uint64_t>(k.lo) * 0x9E3779B97F4A7C15ull;
+        h ^= static_cast<std::uint64_t>(k.hi) * 0xC2B2AE3D27D4EB4Full;
+        h ^= h >> 31;
+        return static_cast<std::size_t>(h) & m_nMask;
+    }
+    void Rehash(std::size_t cap)
+    {
+        std::vector<SEntry> old(cap);
+        old.swap(m_vecEntry);
+        m_nMask = cap - 1;
+        m_nCount = 0;
+        for (const SEntry& e : old) {
+            if (e.lo != 0) {
+                std::size_t i = Home(SKey{e.lo, e.hi});
+                while (m_vecEntry[i].lo != 0) {
+                    i = (i + 1) & m_nMask;
+                }
+                m_vecEntry[i] = e;
+                ++m_nCount;
+            }
+        }
+    }
+
+    std::vector<SEntry> m_vecEntry;
+    std::size_t m_nMask = 0;
+    std::size_t m_nCount = 0;
+};
+
+} // namespace
+
+void CKivMeshQuery::GetSegsOfMesh(std::vector<_sSeg*>& out)
+{
+    // Edges cancel in pairs. A slot array keeps the surviving edges in the
+    // order of their slots, a new edge taking the lowest empty slot; the
+    // table finds the live edge (there is at most one per vertex pair) and
+    // the heap the lowest empty slot, where a scan of the slots would do
+    // both. Records are made for the survivors only.
+    struct SSlot {
+        _sVertex* a;
+        _sVertex* b;
+        bool filled;
+    };
+    const std::vector<_sTri*>& tris = m_pMesh->m_vecTri;
+    std::vector<SSlot> slots;
+    std::priority_queue<std::size_t, std::vector<std::size_t>, std::greater<std::size_t>> empty;
+    CEdgeTable live;
+    std::size_t nLive = 0;
+    for (const _sTri* t : tris) {
+        if (!t) {
+            continue;
+        }
+        for (int k = 0; k < 3; ++k) {
+            _sVertex* a = t->pVt[k];
+            _sVertex* b = t->pVt[(k + 1) % 3];
+            const std::size_t found = live.Find(a, b);
+            if (found != CEdgeTable::npos) {
+                slots[found].filled = false;
+                empty.push(found);
+                live.Erase(a, b);
+                --nLive;
+                continue;
+            }
+            std::size_t slot;
+            if (!empty.empty()) {
+                slot = empty.top();
+                empty.pop();
+                slots[slot] = SSlot{a, b, true};
+            } else {
+                slot = slots.size();
+                slots.push_back(SSlot{a, b, true});
+            }
+            live.Insert(a, b, slot);
+            ++nLive;
+        }
+    }
+    out.clear();
+    out.reserve(nLive);
+    try {
+        for (const SSlot& s : slots) {
+            if (s.filled) {
+                _sSeg* seg = new _sSeg;
+                seg->pVt[0] = s.a;
+                seg->pVt[1] = s.b;
+                out.push_back(seg);
+            }
+        }
+    } catch (...) {
+        for (_sSeg* seg : out) {
+            delete seg;
+        }
+        out.clear();
+        throw;
+    }
+}
+
+bool CKivMeshQuery::LinkPtrSegs(const std::vector<_sSeg*>& segs, std::vector<CKivPolyLine>& out) const
+{
+    if (segs.empty()) {
+        return false;
+    }
+    out.clear();
+    // For every vertex, the entries that touch it in list order, and a cursor
+    // past those already taken: the first entry touching the head or the tail
+    // is the smaller of the two cursors' entries. Entries are only ever
+    // removed, and all entries before the current start are gone, so this is
+    // the first present entry from i + 1 on, as a scan would find it.
+    const std::size_t n = segs.size();
+    std::unordered_map<const _sVertex*, std::size_t> ids;
+    ids.reserve(n * 2);
+    std::vector<std::size_t> endId(2 * n);
+    for (std::size_t i = 0; i < n; ++i) {
+        for (int e = 0; e < 2; ++e) {
+            endId[2 * i + e] = ids.emplace(segs[i]->pVt[e], ids.size()).first->second;
+        }
+    }
+    std::vector<std::size_t> start(ids.size() + 1, 0);
+    for (std::size_t i = 0; i < n; ++i) {
+        ++start[endId[2 * i] + 1];
+        if (endId[2 * i + 1] != endId[2 * i]) {
+            ++start[endId[2 * i + 1] + 1];
+        }
+    }
+    for (std::size_t v = 0; v < ids.size(); ++v) {
+        start[v + 1] += start[v];
+    }
+    std::vector<std::size_t> touching(start.back());
+    std::vector<std::size_t> cursor(start.begin(), start.end() - 1);
+    for (std::size_t i = 0; i < n; ++i) {
+        touching[cursor[endId[2 * i]]++] = i;
+        if (endId[2 * i + 1] != endId[2 * i]) {
+            touching[cursor[endId[2 * i + 1]]++] = i;
+        }
+    }
+    std::copy(start.begin(), start.end() - 1, cursor.begin());
+    std::vector<char> present(n, 1);
+    const auto firstPresent = [&](std::size_t v) {
+        std::size_t& c = cursor[v];
+        while (c < start[v + 1] && !present[touching[c]]) {
+            ++c;
+        }
+        return c < start[v + 1] ? touching[c] : n;
+    };
+
+    for (std::size_t i = 0; i < n; ++i) {
+        if (!present[i]) {
+            continue;
+        }
+        present[i] = 0;
+        // Grown at both ends in a deque; a polyline inserts at the front in
+        // linear time.
+        std::deque<CKivPoint3d> pts{segs[i]->pVt[0]->pt, segs[i]->pVt[1]->pt};
+        const _sVertex* head = segs[i]->pVt[0];
+        const _sVertex* tail = segs[i]->pVt[1];
+        std::size_t headId = endId[2 * i], tailId = endId[2 * i + 1];
+        for (;;) {
+            const std::size_t j = std::min(firstPresent(headId), firstPresent(tailId));
+            if (j == n) {
+                break;
+            }
+            present[j] = 0;
+            const _sVertex* a = segs[j]->pVt[0];
+            const _sVertex* b = segs[j]->pVt[1];
+            if (head == a) {
+                pts.push_front(b->pt);
+                head = b, headId = endId[2 * j + 1];
+            } else if (head == b) {
+                pts.push_front(a->pt);
+                head = a, headId = endId[2 * j];
+            } else if (tail == a) {
+                pts.push_back(b->pt);
+                tail = b, tailId = endId[2 * j + 1];
+            } else {
+                pts.push_back(a->pt);
+                tail = a, tailId = endId[2 * j];
+            }
+        }
+        CKivPolyLine line;
+        if (head == tail) {
+            // A closed ring does not repeat its first vertex.
+            line.SetClosed(true);
+            pts.pop_back();
+        }
+        line.SetVertex(std::vector<CKivPoint3d>(pts.begin(), pts.end()));
+        out.push_back(std::move(line));
+    }
+    return true;
+}
+
+void CKivMeshQuery::FormOutline()
+{
+    if (!HasSearch()) {
+        return; // a mesh that cannot be searched answers as an empty one
+    }
+    std::vector<_sSeg*> segs;
+    GetSegsOfMesh(segs);
+    if (!segs.empty()) {
+        try {
+            LinkPtrSegs(segs, m_vecOutline);
+        } catch (...) {
+            for (_sSeg* s : segs) {
+                delete s;
+            }
+            throw;
+        }
+    }
+    for (_sSeg* s : segs) {
+        delete s;
+    }
+}
+
+void CKivMeshQuery::GetOutline(CKivPolyLine& out)
+{
+    if (m_vecOutline.empty()) {
+        FormOutline();
+    }
+    const CKivPolyLine* best = nullptr;
+    double bestArea = 0.0;
+    for (const CKivPolyLine& line : m_vecOutline) {
+        const double a = std::fabs(line.GetArea());
+        if (!best || a > bestArea) {
+            best = &line;
+            bestArea = a;
+        }
+    }
+    if (best) {
+        out = *best;
+    }
+}
+
+void CKivMeshQuery::GetOutline(std::vector<CKivPolyLine>& out)
+{
+    if (m_vecOutline.empty()) {
+        FormOutline();
+    }
+    out = m_vecOutline;
+}
+
+} // namespace TriMesh
