@@ -127,8 +127,11 @@ void ExpectUsable(const CKivMeshData& mesh)
         EXPECT_NEAR(z, c.z, zTol) << "triangle " << i;
         CKivTri3d found;
         EXPECT_TRUE(query.FindTriIncludePt(c, found)) << "triangle " << i;
-        const int hit = query.HitTestPt(c);
-        EXPECT_TRUE(hit >= 0 && hit <= 4);
+        // Classification casts a ray across the mesh: a few samples only.
+        if (i % (step * 25) == 0) {
+            const int hit = query.HitTestPt(c);
+            EXPECT_TRUE(hit >= 0 && hit <= 4);
+        }
     }
 
     std::size_t outlineVerts = 0;

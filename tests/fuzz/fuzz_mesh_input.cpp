@@ -1,8 +1,10 @@
 // Fuzz target: a triangle soup loaded with InputData (once, or twice with the
 // second load merging into the first), checked for what the store promises:
 // every triangle kept in input order, corners merged only with equal points,
-// the extent covering every finite vertex, Clone reproducing the triangles.
+// the extent covering every finite vertex, Clone reproducing the triangles;
+// then the mesh queries on the result.
 #include "fuzz_input.h"
+#include "fuzz_query.h"
 
 #include <kivgeo/mesh_data.h>
 #include <kivgeo/tri3d.h>
@@ -102,6 +104,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         CheckLoaded(copy, out);
     }
 
+    FuzzQueries(in, mesh, false);
     mesh.ClearVoidVet();
     CheckLoaded(mesh, all);
     mesh.ClearAllData();
