@@ -40,9 +40,11 @@ run_one() {
     local t=$1
     local work=$build/corpus/$t
     mkdir -p "$work" "$build/artifacts" "$build/logs"
+    local dict=()
+    [ -f "tests/fuzz/$t.dict" ] && dict=(-dict="tests/fuzz/$t.dict")
     # The first directory collects new inputs; the committed seeds stay read-only.
     if "$build/tests/fuzz/$t" -max_total_time="$seconds" -timeout="$timeout_s" -rss_limit_mb="$rss_mb" \
-        -malloc_limit_mb="$rss_mb" -max_len=4096 -print_final_stats=1 \
+        -malloc_limit_mb="$rss_mb" -max_len=4096 -print_final_stats=1 "${dict[@]}" \
         -artifact_prefix="$build/artifacts/$t-" "$work" "tests/fuzz/corpus/$t" >"$build/logs/$t.log" 2>&1; then
         echo "$t: ok ($(grep -m1 -o 'stat::number_of_executed_units: *[0-9]*' "$build/logs/$t.log" |
             grep -o '[0-9]*$') runs in ${seconds} s)"
