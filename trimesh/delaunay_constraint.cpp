@@ -43,7 +43,8 @@ bool IsFinitePlan(const _sVertex* v)
 
 // True when the closed segments pq and uv meet anywhere except at an end
 // point they share, decided exactly. Two segments sharing an end point block
-// each other only when they overlap along a common line.
+// each other only when they overlap along a common line; a segment does not
+// block itself.
 bool SegsBlock(const _sVertex* p, const _sVertex* q, const _sVertex* u, const _sVertex* v)
 {
     const _sVertex* shared = nullptr;
@@ -55,7 +56,7 @@ bool SegsBlock(const _sVertex* p, const _sVertex* q, const _sVertex* u, const _s
     }
     if (shared) {
         if (x == y) {
-            return true; // the same segment
+            return false; // the same segment: an edge is no obstacle to itself
         }
         if (Orient(shared, x, y) != 0) {
             return false;
@@ -484,6 +485,235 @@ void CKivDelaunay::FillSides(std::vector<_sVertex*>& left, std::vector<_sVertex*
     if (PlanRingTris(both, bt)) {
         AddRingTris(both, bt);
     }
+}
+
+// The pockets are filled by gift wrapping from the triangulation's boundary
+// edges: for a boundary edge a->b (triangles on its left) the new triangle
+// takes, among the free vertices strictly on its right, the one whose circle
+// through a and b reaches least far to the right, i.e. the constrained
+// Delaunay choice. Each candidate triangle is checked exactly against every
+// boundary edge and free vertex before it is added, so nothing overlaps. A
+// boundary edge with no admissible vertex on its right is a hull edge. The
+// existing triangles and edges are never changed, so constraint edges along a
+// pocket stay. Vertices left without triangles (every triangle they had used
+// a bounding vertex) are free vertices and get connected too.
+void CKivDelaunay::FillHullPockets()
+{
+    CKivMeshData& m = *m_pMesh;
+    m.CompactTris();
+
+    // Free vertices get a local number; edges are pairs of local numbers.
+    std::vector<_sVertex*> verts;
+    std::unordered_map<const _sVertex*, int> local;
+    const auto localOf = [&](_sVertex* v) {
+        const auto it = local.emplace(v, static_cast<int>(verts.size()));
+        if (it.second) {
+            verts.push_back(v);
+        }
+        return it.first->second;
+    };
+    struct SFront {
+        int a, b;
+        bool alive;
+    };
+    std::vector<SFront> edges;
+    std::unordered_map<std::uint64_t, int> edgeAt;
+    const auto key = [](int a, int b) {
+        return (static_cast<std::uint64_t>(static_cast<std::uint32_t>(a)) << 32) | static_cast<std::uint32_t>(b);
+    };
+    std::vector<int> stack;
+
+    // Boundary edges: at vertex v, the edge v->w of one of its triangles is on
+    // the boundary when no triangle at v has w as the corner before v.
+    std::vector<_sVertex*> nexts, prevs;
+    for (_sVertex* v : m.m_vecVertex) {
+        if (v->vecTri.empty()) {
+            if (IsUsableVertex(v)) {
+                localOf(v);
+            }
+            continue;
+        }
+        nexts.clear(), prevs.clear();
+        for (const _sTri* t : v->vecTri) {
+            const int k = t->pVt[0] == v ? 0 : (t->pVt[1] == v ? 1 : 2);
+            nexts.push_back(t->pVt[(k + 1) % 3]);
+            prevs.push_back(t->pVt[(k + 2) % 3]);
+        }
+        for (_sVertex* w : nexts) {
+            if (std::find(prevs.begin(), prevs.end(), w) != prevs.end()) {
+                continue;
+            }
+            const int a = localOf(v), b = localOf(w);
+            if (edgeAt.emplace(key(a, b), static_cast<int>(edges.size())).second) {
+                edges.push_back({a, b, true});
+            }
+        }
+    }
+    if (edges.empty() && verts.size() < 3) {
+        return;
+    }
+    // Vertices still open to new triangles: on a live boundary edge, or free.
+    std::vector<int> degree(verts.size(), 0);
+    for (const SFront& e : edges) {
+        ++degree[static_cast<std::size_t>(e.a)], ++degree[static_cast<std::size_t>(e.b)];
+    }
+    const auto isOpen = [&](int i) {
+        return degree[static_cast<std::size_t>(i)] > 0 || verts[static_cast<std::size_t>(i)]->vecTri.empty();
+    };
+    for (std::size_t i = edges.size(); i-- > 0;) {
+        stack.push_back(static_cast<int>(i));
+    }
+
+    // Admissible: strictly counter-clockwise (b, a, c), no open vertex in or
+    // on it, no live boundary edge meeting its two new sides.
+    const auto isFree = [&](int ia, int ib, int ic) {
+        const _sVertex* a = verts[static_cast<std::size_t>(ia)];
+        const _sVertex* b = verts[static_cast<std::size_t>(ib)];
+        const _sVertex* c = verts[static_cast<std::size_t>(ic)];
+        const double x0 = std::min({a->pt.x, b->pt.x, c->pt.x}), x1 = std::max({a->pt.x, b->pt.x, c->pt.x});
+        const double y0 = std::min({a->pt.y, b->pt.y, c->pt.y}), y1 = std::max({a->pt.y, b->pt.y, c->pt.y});
+        for (std::size_t i = 0; i < verts.size(); ++i) {
+            const _sVertex* w = verts[i];
+            if (w == a || w == b || w == c || w->pt.x < x0 || w->pt.x > x1 || w->pt.y < y0 || w->pt.y > y1 ||
+                !isOpen(static_cast<int>(i))) {
+                continue;
+            }
+            if (InClosedTri(w, b, a, c)) {
+                return false;
+            }
+        }
+        for (const SFront& e : edges) {
+            if (!e.alive) {
+                continue;
+            }
+            const _sVertex* u = verts[static_cast<std::size_t>(e.a)];
+            const _sVertex* w = verts[static_cast<std::size_t>(e.b)];
+            if (std::max(u->pt.x, w->pt.x) < x0 || std::min(u->pt.x, w->pt.x) > x1 ||
+                std::max(u->pt.y, w->pt.y) < y0 || std::min(u->pt.y, w->pt.y) > y1) {
+                continue;
+            }
+            if (SegsBlock(a, c, u, w) || SegsBlock(c, b, u, w)) {
+                return false;
+            }
+        }
+        return true;
+    };
+    const auto addFront = [&](int a, int b) {
+        const auto rev = edgeAt.find(key(b, a));
+        if (rev != edgeAt.end()) {
+            // The other side is covered already: the edge closes.
+            edges[static_cast<std::size_t>(rev->second)].alive = false;
+            --degree[static_cast<std::size_t>(a)], --degree[static_cast<std::size_t>(b)];
+            edgeAt.erase(rev);
+            return;
+        }
+        if (edgeAt.emplace(key(a, b), static_cast<int>(edges.size())).second) {
+            edges.push_back({a, b, true});
+            ++degree[static_cast<std::size_t>(a)], ++degree[static_cast<std::size_t>(b)];
+            stack.push_back(static_cast<int>(edges.size()) - 1);
+        }
+    };
+
+    std::vector<std::pair<double, int>> cands;
+    std::vector<char> touched(verts.size(), 0);
+    bool added = false;
+    while (!stack.empty()) {
+        const int ie = stack.back();
+        stack.pop_back();
+        if (!edges[static_cast<std::size_t>(ie)].alive) {
+            continue;
+        }
+        const int ia = edges[static_cast<std::size_t>(ie)].a, ib = edges[static_cast<std::size_t>(ie)].b;
+        const _sVertex* a = verts[static_cast<std::size_t>(ia)];
+        const _sVertex* b = verts[static_cast<std::size_t>(ib)];
+        // Circle centres through a and b lie on the bisector m + s * n (n the
+        // right normal of a->b); the smallest s is the Delaunay vertex.
+        const double mx = 0.5 * (a->pt.x + b->pt.x), my = 0.5 * (a->pt.y + b->pt.y);
+        const double nx = b->pt.y - a->pt.y, ny = a->pt.x - b->pt.x;
+        const double ra = (a->pt.x - mx) * (a->pt.x - mx) + (a->pt.y - my) * (a->pt.y - my);
+        cands.clear();
+        for (std::size_t i = 0; i < verts.size(); ++i) {
+            const _sVertex* c = verts[i];
+            if (c == a || c == b || !isOpen(static_cast<int>(i)) || Orient(a, b, c) >= 0) {
+                continue;
+            }
+            const double cx = c->pt.x - mx, cy = c->pt.y - my;
+            const double den = 2.0 * (cx * nx + cy * ny);
+            const double sc = den > 0 ? (cx * cx + cy * cy - ra) / den : HUGE_VAL;
+            cands.emplace_back(sc, static_cast<int>(i));
+        }
+        std::sort(cands.begin(), cands.end());
+        for (const auto& sc : cands) {
+            const int ic = sc.second;
+            if (!isFree(ia, ib, ic)) {
+                continue;
+            }
+            m.AddTri(verts[static_cast<std::size_t>(ib)], verts[static_cast<std::size_t>(ia)],
+                     verts[static_cast<std::size_t>(ic)]);
+            edges[static_cast<std::size_t>(ie)].alive = false;
+            edgeAt.erase(key(ia, ib));
+            --degree[static_cast<std::size_t>(ia)], --degree[static_cast<std::size_t>(ib)];
+            addFront(ia, ic);
+            addFront(ic, ib);
+            touched[static_cast<std::size_t>(ia)] = touched[static_cast<std::size_t>(ib)] =
+                touched[static_cast<std::size_t>(ic)] = 1;
+            added = true;
+            break;
+        }
+    }
+    if (!added) {
+        return;
+    }
+    // A constraint whose triangles all used a bounding vertex was lost with
+    // them; force the ones that lie along the filled pockets again.
+    for (const _sSeg* seg : m_vecSegYS) {
+        const auto ia = local.find(seg->pVt[0]);
+        const auto ib = local.find(seg->pVt[1]);
+        if (ia != local.end() && ib != local.end() && touched[static_cast<std::size_t>(ia->second)] &&
+            touched[static_cast<std::size_t>(ib->second)]) {
+            DealSegYS(seg);
+        }
+    }
+    m.CompactTris();
+}
+
+void CKivDelaunay::DigHolesAndOutline()
+{
+    std::vector<std::unique_ptr<CKivRingIndex>> holes;
+    std::vector<CKivPoint3d> pts;
+    for (const CKivPolyLine* h : m_vecHole) {
+        if (h && h->NumVerts() >= 3) {
+            h->OutputData(pts);
+            holes.push_back(std::make_unique<CKivRingIndex>(pts));
+        }
+    }
+    std::unique_ptr<CKivRingIndex> outline;
+    if (m_Outline.NumVerts() >= 3) {
+        m_Outline.OutputData(pts);
+        outline = std::make_unique<CKivRingIndex>(pts);
+    }
+    if (holes.empty() && !outline) {
+        return;
+    }
+    CKivMeshData& m = *m_pMesh;
+    for (std::size_t j = 0; j < m.m_vecTri.size(); ++j) {
+        _sTri* t = m.m_vecTri[j];
+        if (!t) {
+            continue;
+        }
+        const CKivPoint3d& a = t->pVt[0]->pt;
+        const CKivPoint3d& b = t->pVt[1]->pt;
+        const CKivPoint3d& c = t->pVt[2]->pt;
+        const CKivPoint3d centre((a.x + b.x + c.x) / 3.0, (a.y + b.y + c.y) / 3.0, 0.0);
+        bool dig = outline && outline->Test(centre) != 1;
+        for (std::size_t k = 0; k < holes.size() && !dig; ++k) {
+            dig = holes[k]->Test(centre) == 1;
+        }
+        if (dig) {
+            m.DelTri(t);
+        }
+    }
+    m.CompactTris();
 }
 
 } // namespace TriMesh

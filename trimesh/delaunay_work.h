@@ -64,11 +64,11 @@ public:
 
 private:
     struct STri {
-        int v[3];     // corners, counter-clockwise
-        int n[3];     // neighbour across edge (v[k], v[k+1]), -1 for none
-        int prev;     // creation-order list (free list: next only)
+        int v[3]; // corners, counter-clockwise
+        int n[3]; // neighbour across edge (v[k], v[k+1]), -1 for none
+        int prev; // creation-order list (free list: next only)
         int next;
-        int src;      // index into m_vecSrc for loaded triangles, else -1
+        int src;           // index into m_vecSrc for loaded triangles, else -1
         std::uint8_t mark; // in the current cavity
         std::uint8_t live;
     };
