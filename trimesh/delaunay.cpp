@@ -119,13 +119,25 @@ void CKivDelaunay::SetTriBound()
     const double len = std::max(x1 - x0, y1 - y0);
     const double cx = (x1 + x0) * 0.5;
     const double cy = (y0 + y1) * 0.5;
-    const int i1 = AddVertex(CKivPoint3d(cx - 2 * len, cy - len, 0.0));
-    const int i2 = AddVertex(CKivPoint3d(cx, cy + 2 * len, 0.0));
-    const int i3 = AddVertex(CKivPoint3d(cx + 2 * len, cy - len, 0.0));
+    // As AddVertex, but the merge test is a plain backward scan: the vertex
+    // index was just invalidated by the shift, and rebuilding it for three
+    // look-ups would cost more than the scan.
     std::vector<_sVertex*>& vv = m_pMesh->m_vecVertex;
-    m_pBoundVt[0] = vv[static_cast<std::size_t>(i1)];
-    m_pBoundVt[1] = vv[static_cast<std::size_t>(i2)];
-    m_pBoundVt[2] = vv[static_cast<std::size_t>(i3)];
+    const auto add = [this, &vv](const CKivPoint3d& p) {
+        for (std::size_t j = vv.size(); m_bMergePt && j-- > 0;) {
+            if (std::fabs(vv[j]->pt.x - p.x) <= 0.01 && std::fabs(vv[j]->pt.y - p.y) <= 0.01) {
+                return vv[j];
+            }
+        }
+        _sVertex* v = m_pMesh->NewVertex(p);
+        if (CKivDelaunayWork::IsUsable(p)) {
+            m_pMesh->UpdateExtent(*v);
+        }
+        return v;
+    };
+    m_pBoundVt[0] = add(CKivPoint3d(cx - 2 * len, cy - len, 0.0));
+    m_pBoundVt[1] = add(CKivPoint3d(cx, cy + 2 * len, 0.0));
+    m_pBoundVt[2] = add(CKivPoint3d(cx + 2 * len, cy - len, 0.0));
     const CKivPoint3d& a = m_pBoundVt[2]->pt;
     const CKivPoint3d& b = m_pBoundVt[1]->pt;
     const CKivPoint3d& c = m_pBoundVt[0]->pt;

@@ -28,21 +28,21 @@ void CKivDelaunayWork::Clear()
 {
     m_bLoaded = false;
     std::vector<_sVertex*>().swap(m_vecVert);
-    std::vector<double>().swap(m_vecXY);
+    std::vector<SVert>().swap(m_vecPt);
     std::vector<STri>().swap(m_vecTri);
     std::vector<const _sTri*>().swap(m_vecSrc);
-    std::vector<int>().swap(m_vecDeadSrc);
-    std::vector<int>().swap(m_vecVtTri);
+    std::vector<std::uint32_t>().swap(m_vecDeadSrc);
     std::vector<int>().swap(m_vecStartAt);
     std::vector<int>().swap(m_vecEndAt);
     std::vector<int>().swap(m_vecStamp);
     std::vector<int>().swap(m_vecCell);
-    std::vector<int>().swap(m_vecInserted);
     m_vecCavity.clear();
     m_vecStack.clear();
     m_vecEdge.clear();
-    m_nHead = m_nTail = m_nFree = m_nLastTri = -1;
+    m_nFree = m_nLastTri = -1;
     m_nLive = 0;
+    m_nSeq = 0;
+    m_nInserted = 0;
     m_nStamp = 0;
     m_nCols = m_nRows = 0;
     m_nRebuildAt = 0;
@@ -54,12 +54,10 @@ void CKivDelaunayWork::Load(const std::vector<_sVertex*>& verts, const std::vect
     Clear();
     const std::size_t n = verts.size();
     m_vecVert = verts;
-    m_vecXY.resize(2 * n);
+    m_vecPt.resize(n);
     for (std::size_t i = 0; i < n; ++i) {
-        m_vecXY[2 * i] = verts[i]->pt.x;
-        m_vecXY[2 * i + 1] = verts[i]->pt.y;
+        m_vecPt[i] = {verts[i]->pt.x, verts[i]->pt.y, -1};
     }
-    m_vecVtTri.assign(n, -1);
     m_vecStartAt.assign(n, -1);
     m_vecEndAt.assign(n, -1);
     m_vecStamp.assign(n, 0);
@@ -86,8 +84,7 @@ void CKivDelaunayWork::Load(const std::vector<_sVertex*>& verts, const std::vect
         if (!ok) {
             continue; // not attached to its corners: leave it alone
         }
-        const int w = NewTri(c[0], c[1], c[2]);
-        m_vecTri[w].src = static_cast<int>(m_vecSrc.size());
+        const int w = NewTri(c[0], c[1], c[2]); // seq == its index in m_vecSrc
         m_vecSrc.push_back(t);
         tid.emplace(t, w);
     }
@@ -105,16 +102,25 @@ void CKivDelaunayWork::Load(const std::vector<_sVertex*>& verts, const std::vect
 
 void CKivDelaunayWork::Store(const FnDel& del, const FnAdd& add)
 {
-    for (int s : m_vecDeadSrc) {
-        del(m_vecSrc[static_cast<std::size_t>(s)]);
+    for (std::uint32_t q : m_vecDeadSrc) {
+        del(m_vecSrc[q]);
     }
+    // The new survivors in creation order.
+    const std::uint32_t nLoaded = static_cast<std::uint32_t>(m_vecSrc.size());
+    std::vector<std::uint64_t> order;
+    order.reserve(static_cast<std::size_t>(m_nLive));
+    for (std::size_t t = 0; t < m_vecTri.size(); ++t) {
+        const STri& r = m_vecTri[t];
+        if (r.v[0] >= 0 && r.seq >= nLoaded) {
+            order.push_back(static_cast<std::uint64_t>(r.seq) << 32 | t);
+        }
+    }
+    std::sort(order.begin(), order.end());
     // Size every list once: the new triangles per corner.
     std::fill(m_vecStamp.begin(), m_vecStamp.end(), 0);
-    for (int t = m_nHead; t >= 0; t = m_vecTri[t].next) {
-        if (m_vecTri[t].src < 0) {
-            for (int c : m_vecTri[t].v) {
-                ++m_vecStamp[c];
-            }
+    for (std::uint64_t o : order) {
+        for (int c : m_vecTri[o & 0xffffffffu].v) {
+            ++m_vecStamp[static_cast<std::size_t>(c)];
         }
     }
     for (std::size_t i = 0; i < m_vecVert.size(); ++i) {
@@ -123,20 +129,21 @@ void CKivDelaunayWork::Store(const FnDel& del, const FnAdd& add)
             l.reserve(l.size() + static_cast<std::size_t>(m_vecStamp[i]));
         }
     }
-    for (int t = m_nHead; t >= 0; t = m_vecTri[t].next) {
-        const STri& r = m_vecTri[t];
-        if (r.src < 0) {
-            add(m_vecVert[r.v[0]], m_vecVert[r.v[1]], m_vecVert[r.v[2]]);
-        }
+    for (std::uint64_t o : order) {
+        const STri& r = m_vecTri[o & 0xffffffffu];
+        add(m_vecVert[r.v[0]], m_vecVert[r.v[1]], m_vecVert[r.v[2]]);
     }
     Clear();
 }
 
 int CKivDelaunayWork::NewTri(int a, int b, int c)
 {
+    if (m_nSeq == UINT32_MAX) {
+        Renumber();
+    }
     int t = m_nFree;
     if (t >= 0) {
-        m_nFree = m_vecTri[t].next;
+        m_nFree = m_vecTri[t].n[0];
     } else {
         t = static_cast<int>(m_vecTri.size());
         m_vecTri.emplace_back();
@@ -146,49 +153,48 @@ int CKivDelaunayWork::NewTri(int a, int b, int c)
     r.v[1] = b;
     r.v[2] = c;
     r.n[0] = r.n[1] = r.n[2] = -1;
-    r.src = -1;
+    r.seq = m_nSeq++;
     r.mark = 0;
-    r.live = 1;
-    r.prev = m_nTail;
-    r.next = -1;
-    if (m_nTail >= 0) {
-        m_vecTri[m_nTail].next = t;
-    } else {
-        m_nHead = t;
-    }
-    m_nTail = t;
-    m_vecVtTri[a] = m_vecVtTri[b] = m_vecVtTri[c] = t;
+    m_vecPt[a].tri = m_vecPt[b].tri = m_vecPt[c].tri = t;
     m_nLastTri = t;
     ++m_nLive;
     return t;
 }
 
+// Creation numbers run out after 2^32 triangles: close the gaps, keeping
+// the order (the loaded triangles keep theirs, they come first).
+void CKivDelaunayWork::Renumber()
+{
+    const std::uint32_t nLoaded = static_cast<std::uint32_t>(m_vecSrc.size());
+    std::vector<std::uint64_t> order;
+    for (std::size_t t = 0; t < m_vecTri.size(); ++t) {
+        if (m_vecTri[t].v[0] >= 0 && m_vecTri[t].seq >= nLoaded) {
+            order.push_back(static_cast<std::uint64_t>(m_vecTri[t].seq) << 32 | t);
+        }
+    }
+    std::sort(order.begin(), order.end());
+    m_nSeq = nLoaded;
+    for (std::uint64_t o : order) {
+        m_vecTri[o & 0xffffffffu].seq = m_nSeq++;
+    }
+}
+
 void CKivDelaunayWork::FreeTri(int t)
 {
     STri& r = m_vecTri[t];
-    if (r.prev >= 0) {
-        m_vecTri[r.prev].next = r.next;
-    } else {
-        m_nHead = r.next;
+    if (r.seq < m_vecSrc.size()) {
+        m_vecDeadSrc.push_back(r.seq);
     }
-    if (r.next >= 0) {
-        m_vecTri[r.next].prev = r.prev;
-    } else {
-        m_nTail = r.prev;
-    }
-    if (r.src >= 0) {
-        m_vecDeadSrc.push_back(r.src);
-    }
-    r.live = 0;
+    r.v[0] = -1;
     r.mark = 0;
-    r.next = m_nFree;
+    r.n[0] = m_nFree;
     m_nFree = t;
     --m_nLive;
 }
 
 int CKivDelaunayWork::Orient(int a, int b, double px, double py) const
 {
-    return ExactOrient2D(m_vecXY[2 * a], m_vecXY[2 * a + 1], m_vecXY[2 * b], m_vecXY[2 * b + 1], px, py);
+    return ExactOrient2D(m_vecPt[a].x, m_vecPt[a].y, m_vecPt[b].x, m_vecPt[b].y, px, py);
 }
 
 bool CKivDelaunayWork::Holds(int t, double px, double py, int& onEdge) const
@@ -221,10 +227,10 @@ int CKivDelaunayWork::LegacyWalk(int start, double px, double py) const
     int t = start;
     for (long steps = 0; steps <= static_cast<long>(m_nLive) + 1; ++steps) {
         const STri& r = m_vecTri[t];
-        const double* a = &m_vecXY[2 * r.v[0]];
-        const double* b = &m_vecXY[2 * r.v[1]];
-        const double* c = &m_vecXY[2 * r.v[2]];
-        const int pos = GetPtPosInTri2D(px, py, a[0], a[1], b[0], b[1], c[0], c[1], false);
+        const SVert& a = m_vecPt[r.v[0]];
+        const SVert& b = m_vecPt[r.v[1]];
+        const SVert& c = m_vecPt[r.v[2]];
+        const int pos = GetPtPosInTri2D(px, py, a.x, a.y, b.x, b.y, c.x, c.y, false);
         if (pos < 1 || pos > 3) {
             return t;
         }
@@ -261,37 +267,50 @@ int CKivDelaunayWork::ExactLocate(int start, double px, double py) const
         t = next;
     }
     int onEdge = 0;
-    for (int s = m_nHead; s >= 0; s = m_vecTri[s].next) {
-        if (Holds(s, px, py, onEdge)) {
-            return s;
+    for (std::size_t s = 0; s < m_vecTri.size(); ++s) {
+        if (m_vecTri[s].v[0] >= 0 && Holds(static_cast<int>(s), px, py, onEdge)) {
+            return static_cast<int>(s);
         }
     }
     return -1;
 }
 
+int CKivDelaunayWork::CellOf(double x, double y) const
+{
+    const int cx = std::clamp(static_cast<int>((x - m_dX0) * m_dInvW), 0, m_nCols - 1);
+    const int cy = std::clamp(static_cast<int>((y - m_dY0) * m_dInvH), 0, m_nRows - 1);
+    return cy * m_nCols + cx;
+}
+
 int CKivDelaunayWork::StartTri(double px, double py) const
 {
     if (m_nCols > 0) {
-        const int cx = std::clamp(static_cast<int>((px - m_dX0) * m_dInvW), 0, m_nCols - 1);
-        const int cy = std::clamp(static_cast<int>((py - m_dY0) * m_dInvH), 0, m_nRows - 1);
-        int u = m_vecCell[static_cast<std::size_t>(cy) * m_nCols + cx];
-        for (int d = 0; u < 0 && d < 9; ++d) {
-            const int x = cx + d % 3 - 1, y = cy + d / 3 - 1;
-            if (x >= 0 && y >= 0 && x < m_nCols && y < m_nRows) {
-                u = m_vecCell[static_cast<std::size_t>(y) * m_nCols + x];
+        // The point's cell, else the nearest non-empty cell within two rings.
+        const int c = CellOf(px, py);
+        const int cx = c % m_nCols, cy = c / m_nCols;
+        int u = m_vecCell[static_cast<std::size_t>(c)];
+        for (int ring = 1; u < 0 && ring <= 2; ++ring) {
+            for (int y = std::max(cy - ring, 0); u < 0 && y <= std::min(cy + ring, m_nRows - 1); ++y) {
+                for (int x = std::max(cx - ring, 0); u < 0 && x <= std::min(cx + ring, m_nCols - 1); ++x) {
+                    u = m_vecCell[static_cast<std::size_t>(y) * static_cast<std::size_t>(m_nCols) +
+                                  static_cast<std::size_t>(x)];
+                }
             }
         }
-        if (u >= 0) {
-            const int t = m_vecVtTri[u];
-            if (t >= 0 && m_vecTri[t].live) {
-                return t;
-            }
+        const int t = u >= 0 ? m_vecPt[u].tri : -1;
+        if (t >= 0 && m_vecTri[t].v[0] >= 0) {
+            return t;
         }
     }
-    if (m_nLastTri >= 0 && m_vecTri[m_nLastTri].live) {
+    if (m_nLastTri >= 0 && m_vecTri[m_nLastTri].v[0] >= 0) {
         return m_nLastTri;
     }
-    return m_nHead;
+    for (std::size_t t = 0; t < m_vecTri.size(); ++t) {
+        if (m_vecTri[t].v[0] >= 0) {
+            return static_cast<int>(t);
+        }
+    }
+    return -1;
 }
 
 void CKivDelaunayWork::PrepareLocate(double xmin, double ymin, double xmax, double ymax, std::size_t nPoints)
@@ -302,36 +321,35 @@ void CKivDelaunayWork::PrepareLocate(double xmin, double ymin, double xmax, doub
     m_dY1 = ymax;
     m_nCols = m_nRows = 0;
     m_vecCell.clear();
-    m_vecInserted.clear();
-    m_vecInserted.reserve(nPoints);
+    m_nInserted = 0;
     m_nRebuildAt = kFirstGrid;
+    // About two triangles per point, plus room for the largest cavity.
+    m_vecTri.reserve(m_vecTri.size() + 2 * nPoints + 1024);
 }
 
+// After an insertion: the cell of the new point remembers it.
 void CKivDelaunayWork::GridPut(int iv)
 {
-    m_vecInserted.push_back(iv);
-    if (m_nRebuildAt && m_vecInserted.size() >= m_nRebuildAt) {
+    ++m_nInserted;
+    if (m_nInserted >= m_nRebuildAt) {
         GridRebuild();
         m_nRebuildAt *= 4;
         return;
     }
     if (m_nCols > 0) {
-        const int cx = std::clamp(static_cast<int>((m_vecXY[2 * iv] - m_dX0) * m_dInvW), 0, m_nCols - 1);
-        const int cy = std::clamp(static_cast<int>((m_vecXY[2 * iv + 1] - m_dY0) * m_dInvH), 0, m_nRows - 1);
-        m_vecCell[static_cast<std::size_t>(cy) * m_nCols + cx] = iv;
+        m_vecCell[static_cast<std::size_t>(CellOf(m_vecPt[iv].x, m_vecPt[iv].y))] = iv;
     }
 }
 
-// About two inserted vertices per cell; the grid is refined each time their
-// number grows fourfold, so the rebuilds cost O(n) in all.
+// About two inserted points per cell; rebuilt each time the number of
+// inserted points grows fourfold, so the rebuilds cost O(n) in all.
 void CKivDelaunayWork::GridRebuild()
 {
     const double w = std::max(m_dX1 - m_dX0, 1e-300);
     const double h = std::max(m_dY1 - m_dY0, 1e-300);
-    const double cells = std::max(1.0, static_cast<double>(m_vecInserted.size()) / 2.0);
-    double cols = std::sqrt(cells * w / h);
-    cols = std::clamp(cols, 1.0, 8192.0);
-    double rows = std::clamp(cells / cols, 1.0, 8192.0);
+    const double cells = std::max(1.0, static_cast<double>(m_nInserted) / 2.0);
+    const double cols = std::clamp(std::sqrt(cells * w / h), 1.0, 8192.0);
+    const double rows = std::clamp(cells / cols, 1.0, 8192.0);
     m_nCols = static_cast<int>(cols);
     m_nRows = static_cast<int>(rows);
     m_dInvW = m_nCols / w;
@@ -340,11 +358,12 @@ void CKivDelaunayWork::GridRebuild()
         m_nCols = m_nRows = 0;
         return;
     }
-    m_vecCell.assign(static_cast<std::size_t>(m_nCols) * m_nRows, -1);
-    for (int iv : m_vecInserted) {
-        const int cx = std::clamp(static_cast<int>((m_vecXY[2 * iv] - m_dX0) * m_dInvW), 0, m_nCols - 1);
-        const int cy = std::clamp(static_cast<int>((m_vecXY[2 * iv + 1] - m_dY0) * m_dInvH), 0, m_nRows - 1);
-        m_vecCell[static_cast<std::size_t>(cy) * m_nCols + cx] = iv;
+    m_vecCell.assign(static_cast<std::size_t>(m_nCols) * static_cast<std::size_t>(m_nRows), -1);
+    // Every vertex that has a triangle, the later one winning its cell.
+    for (std::size_t i = 0; i < m_vecPt.size(); ++i) {
+        if (m_vecPt[i].tri >= 0) {
+            m_vecCell[static_cast<std::size_t>(CellOf(m_vecPt[i].x, m_vecPt[i].y))] = static_cast<int>(i);
+        }
     }
 }
 
@@ -383,7 +402,7 @@ void CKivDelaunayWork::CollectBoundary()
 // strictly, or lies on their shared edge.
 bool CKivDelaunayWork::RepairCavity(int iv, const int* hold, int nHold)
 {
-    const double px = m_vecXY[2 * iv], py = m_vecXY[2 * iv + 1];
+    const double px = m_vecPt[iv].x, py = m_vecPt[iv].y;
     for (int j = 0; j < nHold; ++j) {
         if (!m_vecTri[hold[j]].mark) {
             m_vecTri[hold[j]].mark = 1;
@@ -449,7 +468,7 @@ bool CKivDelaunayWork::Insert(int iv)
     if (!m_bLoaded || m_nLive == 0 || iv < 0 || static_cast<std::size_t>(iv) >= m_vecVert.size()) {
         return false;
     }
-    const double px = m_vecXY[2 * iv], py = m_vecXY[2 * iv + 1];
+    const double px = m_vecPt[iv].x, py = m_vecPt[iv].y;
     if (!std::isfinite(px) || !std::isfinite(py)) {
         return false;
     }
@@ -493,17 +512,20 @@ bool CKivDelaunayWork::Insert(int iv)
             continue;
         }
         const STri& r = m_vecTri[x];
-        const double* a = &m_vecXY[2 * r.v[0]];
-        const double* b = &m_vecXY[2 * r.v[1]];
-        const double* c = &m_vecXY[2 * r.v[2]];
-        if (IsPtInCircumCircle2D(px, py, a[0], a[1], b[0], b[1], c[0], c[1]) < 0) {
+        const SVert& a = m_vecPt[r.v[0]];
+        const SVert& b = m_vecPt[r.v[1]];
+        const SVert& c = m_vecPt[r.v[2]];
+        if (IsPtInCircumCircle2D(px, py, a.x, a.y, b.x, b.y, c.x, c.y) < 0) {
             continue;
         }
         m_vecTri[x].mark = 1;
         m_vecCavity.push_back(x);
-        m_vecStack.push_back(r.n[2]);
-        m_vecStack.push_back(r.n[1]);
-        m_vecStack.push_back(r.n[0]);
+        for (int k = 2; k >= 0; --k) {
+            if (r.n[k] >= 0) {
+                __builtin_prefetch(&m_vecTri[r.n[k]]);
+            }
+            m_vecStack.push_back(r.n[k]);
+        }
     }
 
     if (!RepairCavity(iv, holds, nHold)) {

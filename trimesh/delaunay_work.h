@@ -63,14 +63,13 @@ public:
     bool IsPrevBound(const _sVertex* v) const;
 
 private:
-    struct STri {
-        int v[3]; // corners, counter-clockwise
-        int n[3]; // neighbour across edge (v[k], v[k+1]), -1 for none
-        int prev; // creation-order list (free list: next only)
-        int next;
-        int src;           // index into m_vecSrc for loaded triangles, else -1
-        std::uint8_t mark; // in the current cavity
-        std::uint8_t live;
+    // One cache line holds two. A free slot has v[0] == -1 and links the
+    // free list through n[0].
+    struct alignas(32) STri {
+        int v[3];           // corners, counter-clockwise
+        int n[3];           // neighbour across edge (v[k], v[k+1]), -1 for none
+        std::uint32_t seq;  // creation number (loaded triangles first)
+        std::uint32_t mark; // in the current cavity
     };
     struct SEdge {
         int a, b;  // the edge as oriented in its triangle
@@ -79,12 +78,14 @@ private:
     };
 
     int NewTri(int a, int b, int c);
+    void Renumber();
     void FreeTri(int t);
     int LegacyWalk(int start, double px, double py) const;
     int ExactLocate(int start, double px, double py) const;
     int Orient(int a, int b, double px, double py) const;
     bool Holds(int t, double px, double py, int& onEdge) const;
     int StartTri(double px, double py) const;
+    int CellOf(double x, double y) const;
     void GridPut(int iv);
     void GridRebuild();
     void CollectBoundary();
@@ -92,12 +93,17 @@ private:
 
     bool m_bLoaded = false;
     std::vector<_sVertex*> m_vecVert;
-    std::vector<double> m_vecXY; // vertex positions, x and y interleaved
+    // Plan position and one live triangle of each vertex (-1 before it has
+    // one), side by side so that keeping the triangle costs no extra miss.
+    struct SVert {
+        double x, y;
+        int tri;
+    };
+    std::vector<SVert> m_vecPt;
     std::vector<STri> m_vecTri;
-    std::vector<const _sTri*> m_vecSrc; // mesh records of loaded triangles
-    std::vector<int> m_vecDeadSrc;      // loaded triangles since deleted
-    std::vector<int> m_vecVtTri;        // one live triangle per vertex, or -1
-    int m_nHead = -1, m_nTail = -1;     // creation order of live triangles
+    std::vector<const _sTri*> m_vecSrc;      // mesh records of loaded triangles, by seq
+    std::vector<std::uint32_t> m_vecDeadSrc; // loaded triangles since deleted
+    std::uint32_t m_nSeq = 0;
     int m_nFree = -1;
     int m_nLive = 0;
     int m_nLastTri = -1;
@@ -112,13 +118,13 @@ private:
     std::vector<int> m_vecStamp;   // per vertex: insertion stamp (interior-vertex check)
     int m_nStamp = 0;
 
-    // Coarse grid of inserted vertices (last one per cell), refined as the
-    // number of inserted vertices doubles.
+    // Coarse grid of inserted vertices (the last one per cell), refined
+    // each time their number grows fourfold.
     double m_dX0 = 0, m_dY0 = 0, m_dX1 = 0, m_dY1 = 0;
     double m_dInvW = 0, m_dInvH = 0;
     int m_nCols = 0, m_nRows = 0;
     std::vector<int> m_vecCell;
-    std::vector<int> m_vecInserted;
+    std::size_t m_nInserted = 0;
     std::size_t m_nRebuildAt = 0;
 
     _sVertex* m_pPrevBound[3] = {nullptr, nullptr, nullptr};
