@@ -316,9 +316,15 @@ TEST(MeshQueryRef, DrapeDedupEqualsTheLinearScanIncludingEarlierOutput)
     std::mt19937 rng(23);
     for (const double scale : {1e-3, 1.0, 1e4}) {
         const int n = 12;
-        const std::vector<CKivTri3d> tris = RandomTin(rng, n, scale, 0.0, true);
+        std::vector<CKivTri3d> tris = RandomTin(rng, n, scale, 0.0, true);
+        // Vertical and near-vertical walls: draped by the wall cut.
+        for (int k = 0; k < 6; ++k) {
+            const double x = scale * (2 * k + 0.5), lean = k % 2 ? 1e-4 * scale : 0.0;
+            tris.emplace_back(P(x, scale, -scale), P(x + lean, 9 * scale, -scale), P(x, 5 * scale, 2 * scale));
+        }
         CKivMeshData mesh;
         mesh.InputData(tris, true);
+        CKivMeshDataInspector ins(mesh);
         CKivMeshQuery q(mesh);
         CKivMeshQueryInspector qi(q);
         std::uniform_real_distribution<double> u(-0.2 * n * scale, 1.2 * n * scale);
@@ -337,14 +343,22 @@ TEST(MeshQueryRef, DrapeDedupEqualsTheLinearScanIncludingEarlierOutput)
             for (std::size_t i = 0; i < edges; ++i) {
                 RefMapLineSeg(mesh, line[i], line[(i + 1) % line.size()], want);
             }
-            std::vector<CKivSeg3d> got;
-            ASSERT_TRUE(q.GetMapPolyline(line, closed, got));
-            ASSERT_EQ(got.size(), want.size());
-            for (std::size_t i = 0; i < got.size(); ++i) {
-                for (int e = 0; e < 2; ++e) {
-                    ASSERT_EQ(got[i].m_pt[e].x, want[i].m_pt[e].x);
-                    ASSERT_EQ(got[i].m_pt[e].y, want[i].m_pt[e].y);
-                    ASSERT_EQ(got[i].m_pt[e].z, want[i].m_pt[e].z);
+            // On the octree alone, and through the plan grid.
+            for (const bool grid : {false, true}) {
+                if (grid) {
+                    ins.BuildPlanIndex();
+                } else {
+                    ins.DropPlanIndex();
+                }
+                std::vector<CKivSeg3d> got;
+                ASSERT_TRUE(q.GetMapPolyline(line, closed, got));
+                ASSERT_EQ(got.size(), want.size()) << grid;
+                for (std::size_t i = 0; i < got.size(); ++i) {
+                    for (int e = 0; e < 2; ++e) {
+                        ASSERT_EQ(got[i].m_pt[e].x, want[i].m_pt[e].x) << grid;
+                        ASSERT_EQ(got[i].m_pt[e].y, want[i].m_pt[e].y);
+                        ASSERT_EQ(got[i].m_pt[e].z, want[i].m_pt[e].z);
+                    }
                 }
             }
             // One segment into an out that already holds pieces (some of

@@ -21,10 +21,11 @@ namespace {
 constexpr double kThird = 0.3333333333333333;
 // Half-width of the point query box, the library tolerance.
 constexpr double kPosBox = 1e-6;
-// The elevation query builds the plan grid once its octree searches have
-// looked at this many candidates per triangle of the mesh: a grid costs
-// about that much to build, so at most twice the best total is ever spent.
-constexpr std::size_t kPlanWorkPerTri = 4;
+// The plan grid is built once octree searches have gone through a quarter
+// as many candidates as the mesh has triangles: a grid costs several times
+// that to build, so a few searches never pay for one, while on a coarse
+// octree (thousands of candidates per search) the grid comes early.
+constexpr std::size_t kPlanWorkShare = 4;
 
 CKivPoint3d Centroid(const _sTri& t)
 {
@@ -72,6 +73,28 @@ void CKivMeshQuery::FindTriByPos(CKivPoint3d p, std::vector<_sTri*>& out, bool b
     }
 }
 
+const CKivPlanIndex* CKivMeshQuery::PlanIndex(std::size_t work) const
+{
+    const CKivMeshData& mesh = *m_pMesh;
+    const CKivPlanIndex* grid = mesh.m_pPlanIndex.load(std::memory_order_acquire);
+    if (grid || work == 0 || !HasSearch()) {
+        return grid;
+    }
+    const std::size_t total = mesh.m_nPlanWork.fetch_add(work, std::memory_order_relaxed) + work;
+    if (kPlanWorkShare * total < mesh.m_vecTri.size()) {
+        return nullptr;
+    }
+    // Built without a lock; when another thread got there first, its grid
+    // stays and this one goes.
+    CKivPlanIndex* fresh = new CKivPlanIndex(mesh.m_vecTri, *mesh.m_pOctTree);
+    CKivPlanIndex* expected = nullptr;
+    if (!mesh.m_pPlanIndex.compare_exchange_strong(expected, fresh, std::memory_order_acq_rel)) {
+        delete fresh;
+        return expected;
+    }
+    return fresh;
+}
+
 bool CKivMeshQuery::FindTriIncludePt(const CKivPoint3d& p, CKivTri3d& tri) const
 {
     std::vector<_sTri*> cand;
@@ -109,13 +132,11 @@ bool CKivMeshQuery::GetMapPoint(double x, double y, double& z) const
             found = true;
         }
     };
-    const CKivMeshData& mesh = *m_pMesh;
-    const CKivPlanIndex* grid = mesh.m_pPlanIndex.load(std::memory_order_acquire);
-    if (grid) {
+    if (const CKivPlanIndex* grid = PlanIndex(0)) {
         grid->ForEachAt(x, y, visit);
     } else {
         std::vector<const CKivOctNode*> nodes;
-        mesh.m_pOctTree->QueryBox2D(x - kPosBox, y - kPosBox, x + kPosBox, y + kPosBox, nodes);
+        m_pMesh->m_pOctTree->QueryBox2D(x - kPosBox, y - kPosBox, x + kPosBox, y + kPosBox, nodes);
         std::size_t work = nodes.size();
         for (const CKivOctNode* n : nodes) {
             for (auto it = n->m_vecTri.rbegin(); it != n->m_vecTri.rend(); ++it) {
@@ -123,16 +144,7 @@ bool CKivMeshQuery::GetMapPoint(double x, double y, double& z) const
             }
             work += n->m_vecTri.size();
         }
-        const std::size_t total = mesh.m_nPlanWork.fetch_add(work, std::memory_order_relaxed) + work;
-        if (total >= kPlanWorkPerTri * mesh.m_vecTri.size()) {
-            // Build outside any lock; if another thread got there first,
-            // keep its grid and drop this one.
-            CKivPlanIndex* fresh = new CKivPlanIndex(mesh.m_vecTri, *mesh.m_pOctTree);
-            CKivPlanIndex* expected = nullptr;
-            if (!mesh.m_pPlanIndex.compare_exchange_strong(expected, fresh, std::memory_order_acq_rel)) {
-                delete fresh;
-            }
-        }
+        PlanIndex(work);
     }
     if (!found) {
         return false;
@@ -186,7 +198,17 @@ CKivMeshQuery::eTriHitMesh CKivMeshQuery::CastProbes(const CKivPoint3d& p, const
         nearest = nullptr;
         nearestDist2 = DBL_MAX;
         bool inPlane = false;
-        for (const _sTri* t : cand) {
+        for (std::size_t i = 0; i < cand.size(); ++i) {
+            // The candidates are scattered in memory: fetch a few ahead.
+            if (i + 8 < cand.size()) {
+                __builtin_prefetch(cand[i + 8]);
+            }
+            if (i + 4 < cand.size()) {
+                for (const _sVertex* v : cand[i + 4]->pVt) {
+                    __builtin_prefetch(v);
+                }
+            }
+            const _sTri* t = cand[i];
             CKivPoint3d hit;
             const int res =
                 SpaceMathInline::HitTriangle(p, r, t->pVt[0]->pt, t->pVt[1]->pt, t->pVt[2]->pt, hit, false, false);

@@ -6,10 +6,13 @@
 #include <kivgeo/spacemath.h>
 
 #include "trimesh/oct_tree.h"
+#include "trimesh/plan_index.h"
 #include "trimesh/seg_dedup.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <functional>
+#include <utility>
 
 namespace TriMesh {
 
@@ -19,6 +22,33 @@ constexpr double kThird = 0.3333333333333333;
 // A segment longer than this share of the mesh diagonal is searched as 16
 // pieces, so that one huge box does not collect the whole mesh.
 constexpr double kLongSegRatio = 8.0;
+
+// Appends the triangles of the nodes under n that meet, together with all
+// their ancestors, one of the boxes whose bit is set in live.
+void CollectAlong(const CKivOctNode& n, const CKivOctBox* boxes, unsigned live, std::vector<_sTri*>& out)
+{
+    if (n.m_nSubTri == 0) {
+        return;
+    }
+    unsigned meet = 0;
+    for (unsigned rest = live; rest; rest &= rest - 1u) {
+        const unsigned i = static_cast<unsigned>(__builtin_ctz(rest));
+        // The subtree hull holds the box of every node below that stores
+        // triangles: a box that misses it has nothing to report here.
+        if (n.m_box.Overlaps(boxes[i]) && n.m_boxSub.Overlaps(boxes[i])) {
+            meet |= 1u << i;
+        }
+    }
+    if (!meet) {
+        return;
+    }
+    out.insert(out.end(), n.m_vecTri.begin(), n.m_vecTri.end());
+    if (n.m_pChild) {
+        for (int i = 0; i < 8; ++i) {
+            CollectAlong(n.m_pChild[i], boxes, meet, out);
+        }
+    }
+}
 
 } // namespace
 
@@ -51,9 +81,18 @@ void CKivMeshQuery::FindTriBySeg(const CKivPoint3d& p1, const CKivPoint3d& p2, s
             }
         }
     }
-    for (std::size_t i = 0; i + 1 < pts.size(); ++i) {
-        FindTriByShortSeg(pts[i], pts[i + 1], out);
+    // One walk of the tree for all pieces: a node is reported when it and
+    // all its ancestors meet one piece's box, exactly as when each piece's
+    // box is queried on its own (FindTriByShortSeg), but each node is
+    // visited once.
+    CKivOctBox boxes[16];
+    const std::size_t nBox = pts.size() - 1;
+    for (std::size_t i = 0; i < nBox; ++i) {
+        const CKivPoint3d &a = pts[i], &b = pts[i + 1];
+        boxes[i] = CKivOctBox{{std::min(a.x, b.x), std::min(a.y, b.y), std::min(a.z, b.z)},
+                              {std::max(a.x, b.x), std::max(a.y, b.y), std::max(a.z, b.z)}};
     }
+    CollectAlong(*m_pMesh->m_pOctTree->Root(), boxes, (1u << nBox) - 1u, out);
     std::sort(out.begin(), out.end(), std::less<_sTri*>());
     out.erase(std::unique(out.begin(), out.end()), out.end());
 }
@@ -70,22 +109,60 @@ void CKivMeshQuery::GetMapLineSeg(const CKivPoint3d& p1, const CKivPoint3d& p2, 
     if (!HasSearch()) {
         return;
     }
+    const double x0 = std::min(p1.x, p2.x), y0 = std::min(p1.y, p2.y);
+    const double x1 = std::max(p1.x, p2.x), y1 = std::max(p1.y, p2.y);
+    const auto drape = [&](const _sTri* t) {
+        CKivPoint3d q1, q2;
+        if (!CKivSpaceMath::Test_Intersect_MapSeg_And_Tri_3D(t->pVt[0]->pt, t->pVt[1]->pt, t->pVt[2]->pt, p1, p2,
+                                                             q1, q2) ||
+            q1 == q2 || seen.Contains(q1, q2)) {
+            return;
+        }
+        out.emplace_back(q1, q2);
+        seen.Added();
+    };
+    const CKivPlanIndex* grid = PlanIndex(0);
+    if (grid && grid->HasOctreeOrder()) {
+        // The triangles the column query would report that give a piece,
+        // put into the order it would report them: the same pieces, and the
+        // same survivors of the de-duplication.
+        const CKivOctNode* root = m_pMesh->m_pOctTree->Root();
+        const CKivOctBox column{{x0, y0, root->m_box.dMin[2]}, {x1, y1, root->m_box.dMax[2]}};
+        std::vector<_sTri*> cand;
+        grid->CandidatesInBox(x0, y0, x1, y1, cand);
+        struct SPiece {
+            std::uint64_t key;
+            CKivPoint3d q1, q2;
+        };
+        std::vector<SPiece> pieces;
+        for (const _sTri* t : cand) {
+            CKivPoint3d q1, q2;
+            if (grid->ReportedBy(t, column) &&
+                CKivSpaceMath::Test_Intersect_MapSeg_And_Tri_3D(t->pVt[0]->pt, t->pVt[1]->pt, t->pVt[2]->pt, p1,
+                                                                p2, q1, q2) &&
+                !(q1 == q2)) {
+                pieces.push_back(SPiece{grid->OrderKey(t), q1, q2});
+            }
+        }
+        std::sort(pieces.begin(), pieces.end(), [](const SPiece& a, const SPiece& b) { return a.key < b.key; });
+        for (const SPiece& pc : pieces) {
+            if (!seen.Contains(pc.q1, pc.q2)) {
+                out.emplace_back(pc.q1, pc.q2);
+                seen.Added();
+            }
+        }
+        return;
+    }
     std::vector<const CKivOctNode*> nodes;
-    m_pMesh->m_pOctTree->QueryBox2D(std::min(p1.x, p2.x), std::min(p1.y, p2.y), std::max(p1.x, p2.x),
-                                    std::max(p1.y, p2.y), nodes);
+    m_pMesh->m_pOctTree->QueryBox2D(x0, y0, x1, y1, nodes);
+    std::size_t work = nodes.size();
     for (const CKivOctNode* n : nodes) {
         for (auto it = n->m_vecTri.rbegin(); it != n->m_vecTri.rend(); ++it) {
-            const _sTri* t = *it;
-            CKivPoint3d q1, q2;
-            if (!CKivSpaceMath::Test_Intersect_MapSeg_And_Tri_3D(t->pVt[0]->pt, t->pVt[1]->pt, t->pVt[2]->pt, p1,
-                                                                 p2, q1, q2) ||
-                q1 == q2 || seen.Contains(q1, q2)) {
-                continue;
-            }
-            out.emplace_back(q1, q2);
-            seen.Added();
+            drape(*it);
         }
+        work += n->m_vecTri.size();
     }
+    PlanIndex(work);
 }
 
 bool CKivMeshQuery::GetMapPolyline(const std::vector<CKivPoint3d>& points, bool closed,

@@ -4,7 +4,8 @@
 // Why: the octree covers the mesh extent, and right after a triangulation the
 // extent still holds the far-away corners of the bounding triangle, so the
 // deepest octree columns can hold thousands of triangles each. The grid is
-// laid over the triangles themselves, one cell per two triangles or so.
+// laid over the triangles themselves, about one cell per triangle, and a cell lists only the
+// triangles whose footprint (grown by the margin below) meets it.
 //
 // What it answers: every triangle that the octree has indexed and whose
 // plan box, widened by a margin, holds (x, y). The margin covers the
@@ -31,6 +32,8 @@
 namespace TriMesh {
 
 class CKivOctTree;
+class CKivOctNode;
+struct CKivOctBox;
 
 class KIVGEO_API CKivPlanIndex {
 public:
@@ -53,11 +56,32 @@ public:
         }
     }
 
+    // Every triangle whose widened plan box meets the box [x0, x1] x [y0, y1]
+    // (and some more), each once, in address order.
+    void CandidatesInBox(double x0, double y0, double x1, double y1, std::vector<_sTri*>& out) const;
+
+    // Draping keeps the octree's order: the triangles of the nodes a column
+    // query reports, node by node in the order reported, each node's list
+    // from its last entry to its first. False when that order is unknown (a
+    // triangle's slot in the mesh list was not recorded).
+    bool HasOctreeOrder() const { return m_bOrdered; }
+    // Whether the octree's query with box q reports t's node: the node and
+    // all its ancestors meet q.
+    bool ReportedBy(const _sTri* t, const CKivOctBox& q) const;
+    // Sorts triangles reported by one query into the order it reports them.
+    std::uint64_t OrderKey(const _sTri* t) const
+    {
+        const std::size_t slot = static_cast<std::size_t>(t->nPos);
+        return (static_cast<std::uint64_t>(m_vecTriNode[slot]) << 32) | (0xFFFFFFFFu - m_vecTriPos[slot]);
+    }
+
     std::size_t CellCount() const { return m_nX * m_nY; }
     std::size_t EntryCount() const { return m_vecEntry.size(); }
     std::size_t WideCount() const { return m_vecWide.size(); }
 
 private:
+    void RecordOctreeOrder(const std::vector<_sTri*>& tris, const CKivOctNode& root);
+
     // Cell column of x, clamped to the grid; monotone in x, so a box's cell
     // range holds the cell of every point in the box.
     std::size_t CellX(double x) const { return Clamp((x - m_dX0) * m_dInvX, m_nX); }
@@ -78,6 +102,19 @@ private:
     std::vector<_sTri*> m_vecEntry;
     // Reported by every query.
     std::vector<_sTri*> m_vecWide;
+
+    // The octree's nodes that hold triangles in their subtree, in the order
+    // its queries walk them, each with its parent's number (-1 at the root);
+    // per slot of the mesh's triangle list, the number of the triangle's node
+    // and its position in that node's list.
+    struct SNode {
+        const CKivOctNode* pNode;
+        std::int32_t nParent;
+    };
+    std::vector<SNode> m_vecNode;
+    std::vector<std::uint32_t> m_vecTriNode;
+    std::vector<std::uint32_t> m_vecTriPos;
+    bool m_bOrdered = false;
 };
 
 } // namespace TriMesh

@@ -109,6 +109,10 @@ private:
                            double nearestDist2) const;
     // True when the mesh can be queried (it has triangles and an octree).
     bool HasSearch() const;
+    // The mesh's plan grid, or null. Octree searches report the candidates
+    // they went through as work; once the work since the mesh last changed
+    // adds up to a share of its triangle count, the grid is built.
+    const CKivPlanIndex* PlanIndex(std::size_t work) const;
 
     const CKivMeshData* m_pMesh;
     std::vector<CKivPolyLine> m_vecOutline;
