@@ -8,7 +8,8 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 
-packages=(build-essential cmake pkg-config libgtest-dev libgmock-dev libbenchmark-dev)
+packages=(build-essential cmake pkg-config libgtest-dev libgmock-dev libbenchmark-dev
+          libcli11-dev nlohmann-json3-dev libcairo2-dev)
 # libFuzzer and its sanitizer runtimes come with Debian's clang.
 fuzz_packages=(clang libclang-rt-14-dev)
 
@@ -38,7 +39,9 @@ case "${1:-}" in
 demo)
     ensure_packages
     build release
-    ./build/release/examples/kivgeo_example data/boreholes.xyz
+    rm -rf build/demo
+    ./build/release/tools/kivgeo demo --data data --out build/demo
+    echo "results in build/demo (the map: build/demo/map.png)"
     ;;
 test)
     ensure_packages

@@ -20,6 +20,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 
 namespace kivcli {
 
@@ -183,7 +184,7 @@ int RunDemo(const CKivDemoArgs& a)
     CKivGrid idwGrid = MakeGrid(grid.dX0, grid.dY0, hi.x, hi.y, 50.0);
     for (int r = 0; r < idwGrid.nRows; ++r) {
         for (int c = 0; c < idwGrid.nCols; ++c) {
-            CKivPoint3d p(idwGrid.CellX(c), idwGrid.CellY(r), NAN);
+            CKivPoint3d p(idwGrid.CellX(c), idwGrid.CellY(r), std::numeric_limits<double>::quiet_NaN());
             idw.ChaZhiPt(p);
             idwGrid.At(c, r) = p.z;
         }
@@ -216,8 +217,8 @@ int RunDemo(const CKivDemoArgs& a)
                 tin.nConstraintLines, tin.nHoles);
     std::printf("  surface    %zu vertices, %zu triangles, plan area %.0f m2, z %.2f .. %.2f\n",
                 tin.surf.vecPt.size(), tin.surf.vecTri.size(), stats.dPlanArea, stats.ptMin.z, stats.ptMax.z);
-    std::printf("  boundary   %zu outline polylines; closed %s, consistently oriented %s\n", outline.vecLine.size(),
-                stats.bClosed ? "yes" : "no", stats.bOriented ? "yes" : "no");
+    std::printf("  boundary   %zu outline polylines; closed %s, consistently oriented %s\n",
+                outline.vecLine.size(), stats.bClosed ? "yes" : "no", stats.bOriented ? "yes" : "no");
     std::printf("  grid       %d x %d cells of 25 m, %zu on the surface\n", grid.nCols, grid.nRows, nOnSurface);
     std::printf("  section    %zu pieces on the top, %zu on the base, %zu profile rows\n", draped.vecLine.size(),
                 drapedBase.vecLine.size(), nProfile);
@@ -230,9 +231,10 @@ int RunDemo(const CKivDemoArgs& a)
         std::printf(" %s %.3f s;", t.first.c_str(), t.second);
     }
     std::printf(" total %.3f s\n", total.Seconds());
-    std::printf("  written    stratum_top.ts .vtk, stratum_top_outline.pl, stratum_top_25m.asc, section_on_top.pl,\n"
-                "             section_on_base.pl, section_profile.csv, thickness_at_boreholes.xyz,\n"
-                "             boreholes_idw_50m.asc, borehole_hull.geojson, map.png, map.svg\n");
+    std::printf(
+        "  written    stratum_top.ts .vtk, stratum_top_outline.pl, stratum_top_25m.asc, section_on_top.pl,\n"
+        "             section_on_base.pl, section_profile.csv, thickness_at_boreholes.xyz,\n"
+        "             boreholes_idw_50m.asc, borehole_hull.geojson, map.png, map.svg\n");
     return 0;
 }
 

@@ -1,8 +1,8 @@
 // kivgeo interp: scattered points to a regular grid by spline, radial basis
 // or inverse distance.
 #include "commands.h"
-#include "io_error.h"
 #include "grid.h"
+#include "io_error.h"
 #include "progress.h"
 
 #include <kivgeo/geo_convex.h>
@@ -107,7 +107,8 @@ int RunInterp(const CKivInterpArgs& a)
 void AddInterpCommand(CLI::App& app, CKivRun& run)
 {
     auto args = std::make_shared<CKivInterpArgs>();
-    CLI::App* sub = app.add_subcommand("interp", "Scattered points to a grid (spline, radial basis, inverse distance)");
+    CLI::App* sub =
+        app.add_subcommand("interp", "Scattered points to a grid (spline, radial basis, inverse distance)");
     sub->add_option("points", args->strIn, "points (.xyz .csv .pts)")->required();
     sub->add_option("-o,--output", args->strOut, "grid (.asc, or .xyz/.csv rows)")->required();
     sub->add_option("-m,--method", args->strMethod, "spline, rbf or idw")

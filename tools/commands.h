@@ -7,6 +7,7 @@
 #define KIVGEO_TOOLS_COMMANDS_H
 
 #include "formats.h"
+#include "io_error.h"
 
 #include <kivgeo/mesh_data.h>
 

@@ -94,10 +94,22 @@ bool ReadGocadCommon(CKivTextReader& in, std::string_view line, const std::vecto
         }
         in.Fail("expected '}' closing the PROPERTY_CLASS_HEADER block");
     }
-    static const char* const kSkipped[] = {"GEOLOGICAL_FEATURE", "GEOLOGICAL_TYPE", "STRATIGRAPHIC_POSITION",
-                                           "PROPERTIES", "NO_DATA_VALUES", "PROPERTY_CLASSES", "ESIZES",
-                                           "UNITS", "PROPERTY_KINDS", "PROPERTY_SUBCLASSES", "BSTONE", "BORDER",
-                                           "BSTONES", "BORDERS", "INTERPRETATION", "TYPE"};
+    static const char* const kSkipped[] = {"GEOLOGICAL_FEATURE",
+                                           "GEOLOGICAL_TYPE",
+                                           "STRATIGRAPHIC_POSITION",
+                                           "PROPERTIES",
+                                           "NO_DATA_VALUES",
+                                           "PROPERTY_CLASSES",
+                                           "ESIZES",
+                                           "UNITS",
+                                           "PROPERTY_KINDS",
+                                           "PROPERTY_SUBCLASSES",
+                                           "BSTONE",
+                                           "BORDER",
+                                           "BSTONES",
+                                           "BORDERS",
+                                           "INTERPRETATION",
+                                           "TYPE"};
     for (const char* s : kSkipped) {
         if (key == s) {
             return true;
@@ -277,37 +289,33 @@ CKivSurfaceData ReadTSurf(const std::string& path, const CKivProgressFn& progres
 void WriteTSurf(std::string& out, const CKivSurfaceData& surf)
 {
     WriteGocadCommon(out, "TSurf", surf.info, "surface");
-    // Each vertex is written in the first part that uses it; ids run from 1
-    // and continue across parts.
-    std::vector<long> id(surf.vecPt.size(), 0);
-    long next = 1;
+    // Each vertex is written in the first part that uses it (vertices no
+    // triangle uses in the first), in index order within a part, so that a
+    // surface read from TSurf keeps its vertex order on a round trip. Ids run
+    // from 1 and continue across parts.
     std::vector<std::size_t> starts = surf.vecPartStart;
     if (starts.empty() || starts[0] != 0) {
         starts.insert(starts.begin(), 0);
     }
+    std::vector<std::size_t> partOf(surf.vecPt.size(), starts.size());
+    for (std::size_t part = starts.size(); part-- > 0;) {
+        const std::size_t e = part + 1 < starts.size() ? starts[part + 1] : surf.vecTri.size();
+        for (std::size_t k = starts[part]; k < e; ++k) {
+            for (int c : surf.vecTri[k]) {
+                partOf[c] = part;
+            }
+        }
+    }
+    std::vector<long> id(surf.vecPt.size(), 0);
+    long next = 1;
     for (std::size_t part = 0; part < starts.size(); ++part) {
         const std::size_t b = starts[part];
         const std::size_t e = part + 1 < starts.size() ? starts[part + 1] : surf.vecTri.size();
         out += "TFACE\n";
-        if (part == 0) {
-            // Vertices no triangle uses still belong to the surface.
-            std::vector<char> used(surf.vecPt.size(), 0);
-            for (const auto& t : surf.vecTri) {
-                used[t[0]] = used[t[1]] = used[t[2]] = 1;
-            }
-            for (std::size_t i = 0; i < surf.vecPt.size(); ++i) {
-                if (!used[i]) {
-                    id[i] = next++;
-                    AppendGocadVertex(out, id[i], surf.vecPt[i], surf.info.bDepth);
-                }
-            }
-        }
-        for (std::size_t k = b; k < e; ++k) {
-            for (int c : surf.vecTri[k]) {
-                if (id[c] == 0) {
-                    id[c] = next++;
-                    AppendGocadVertex(out, id[c], surf.vecPt[c], surf.info.bDepth);
-                }
+        for (std::size_t i = 0; i < surf.vecPt.size(); ++i) {
+            if (partOf[i] == part || (part == 0 && partOf[i] == starts.size())) {
+                id[i] = next++;
+                AppendGocadVertex(out, id[i], surf.vecPt[i], surf.info.bDepth);
             }
         }
         for (std::size_t k = b; k < e; ++k) {

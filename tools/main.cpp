@@ -21,21 +21,13 @@ int main(int argc, char** argv)
     kivcli::AddTinCommand(app, run);
     kivcli::AddInfoCommand(app, run);
     kivcli::AddConvertCommand(app, run);
-#ifndef KIVGEO_CLI_NOQUERY
     kivcli::AddElevCommand(app, run);
-#endif
-#ifndef KIVGEO_CLI_NOQUERY
     kivcli::AddDrapeCommand(app, run);
-#endif
-#ifndef KIVGEO_CLI_NOQUERY
     kivcli::AddOutlineCommand(app, run);
-#endif
     kivcli::AddInterpCommand(app, run);
     kivcli::AddHullCommand(app, run);
     kivcli::AddRenderCommand(app, run);
-#ifndef KIVGEO_CLI_NOQUERY
     kivcli::AddDemoCommand(app, run);
-#endif
 
     try {
         app.parse(argc, argv);

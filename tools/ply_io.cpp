@@ -74,14 +74,22 @@ public:
             }
         }
         switch (code) {
-        case 10: return static_cast<double>(static_cast<std::int8_t>(b[0]));
-        case 11: return static_cast<double>(b[0]);
-        case 20: return static_cast<double>(Get<std::int16_t>(b));
-        case 21: return static_cast<double>(Get<std::uint16_t>(b));
-        case 40: return static_cast<double>(Get<std::int32_t>(b));
-        case 41: return static_cast<double>(Get<std::uint32_t>(b));
-        case 42: return static_cast<double>(Get<float>(b));
-        default: return Get<double>(b);
+        case 10:
+            return static_cast<double>(static_cast<std::int8_t>(b[0]));
+        case 11:
+            return static_cast<double>(b[0]);
+        case 20:
+            return static_cast<double>(Get<std::int16_t>(b));
+        case 21:
+            return static_cast<double>(Get<std::uint16_t>(b));
+        case 40:
+            return static_cast<double>(Get<std::int32_t>(b));
+        case 41:
+            return static_cast<double>(Get<std::uint32_t>(b));
+        case 42:
+            return static_cast<double>(Get<float>(b));
+        default:
+            return Get<double>(b);
         }
     }
     bool AtEnd() const { return m_pos == m_bytes.size(); }
@@ -141,7 +149,8 @@ CKivSurfaceData ReadPly(const std::string& path)
             if (w.size() != 3) {
                 in.Fail("expected element name count");
             }
-            elements.push_back({std::string(w[1]), static_cast<std::size_t>(in.ParseIndex(w[2], "the count")), {}});
+            elements.push_back(
+                {std::string(w[1]), static_cast<std::size_t>(in.ParseIndex(w[2], "the count")), {}});
         } else if (w[0] == "property") {
             if (elements.empty()) {
                 in.Fail("expected an element before its properties");

@@ -4,6 +4,7 @@
 #include "text_reader.h"
 
 #include <charconv>
+#include <cmath>
 
 namespace kivcli {
 
@@ -45,8 +46,14 @@ void CheckPointsExtension(const std::string& path)
 
 void AppendNumber(std::string& out, double v)
 {
-    char buf[32];
-    const auto res = std::to_chars(buf, buf + sizeof(buf), v);
+    // Plain decimals for map-sized values (500000, not 5e+05); exponents
+    // only for the very large or very small. Either way the shortest text
+    // that reads back as the same double.
+    char buf[400];
+    const double a = std::fabs(v);
+    const bool bFixed = a == 0.0 || (a >= 1e-5 && a < 1e16);
+    const auto res = bFixed ? std::to_chars(buf, buf + sizeof(buf), v, std::chars_format::fixed)
+                            : std::to_chars(buf, buf + sizeof(buf), v);
     out.append(buf, res.ptr);
 }
 

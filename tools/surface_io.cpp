@@ -106,8 +106,8 @@ void CheckSurfaceExtension(const std::string& path, bool bWrite)
     if (ext == "ts" || ext == "obj" || ext == "off" || ext == "ply" || ext == "stl" || (bWrite && ext == "vtk")) {
         return;
     }
-    throw CKivIoError(path, 0,
-                      "unknown surface extension '." + ext + "': expected " + (bWrite ? kSurfaceWrite : kSurfaceRead));
+    throw CKivIoError(
+        path, 0, "unknown surface extension '." + ext + "': expected " + (bWrite ? kSurfaceWrite : kSurfaceRead));
 }
 
 CKivSurfaceData ReadSurface(const std::string& path, const CKivProgressFn& progress)
@@ -308,8 +308,9 @@ CKivSurfaceData ReadOff(const std::string& path, const CKivProgressFn& progress)
         }
     }
     if (stage < 3 || surf.vecTri.size() < nFaces) {
-        throw CKivIoError(path, in.LineNo(), "unexpected end of file (expected " + std::to_string(nVerts) +
-                                                 " vertices and the faces after them)");
+        throw CKivIoError(path, in.LineNo(),
+                          "unexpected end of file (expected " + std::to_string(nVerts) +
+                              " vertices and the faces after them)");
     }
     CheckNotEmpty(surf, path);
     return surf;
@@ -366,8 +367,8 @@ CKivSurfaceData ReadStl(const std::string& path)
                     const CKivPoint3d q(static_cast<double>(f[0]), static_cast<double>(f[1]),
                                         static_cast<double>(f[2]));
                     if (!std::isfinite(q.x) || !std::isfinite(q.y) || !std::isfinite(q.z)) {
-                        throw CKivIoError(path, 0, "triangle " + std::to_string(i + 1) +
-                                                       ": expected finite coordinates");
+                        throw CKivIoError(path, 0,
+                                          "triangle " + std::to_string(i + 1) + ": expected finite coordinates");
                     }
                     c[k] = index.Add(q);
                 }
@@ -396,7 +397,8 @@ CKivSurfaceData ReadStl(const std::string& path)
             nCorner = 0;
         } else if (w[0] == "vertex") {
             if (nCorner < 0 || nCorner >= 3 || w.size() != 4) {
-                in.Fail(nCorner >= 3 ? "expected endloop after three vertices" : "expected vertex x y z in a loop");
+                in.Fail(nCorner >= 3 ? "expected endloop after three vertices"
+                                     : "expected vertex x y z in a loop");
             }
             corners[nCorner++] = index.Add(
                 CKivPoint3d(in.ParseNumber(w[1], "x"), in.ParseNumber(w[2], "y"), in.ParseNumber(w[3], "z")));
@@ -472,7 +474,8 @@ void WriteVtk(std::string& out, const CKivSurfaceData& surf)
         out += "3 " + std::to_string(t[0]) + ' ' + std::to_string(t[1]) + ' ' + std::to_string(t[2]) + '\n';
     }
     // Elevation as a point attribute, for colouring in the viewer.
-    out += "POINT_DATA " + std::to_string(surf.vecPt.size()) + "\nSCALARS elevation double 1\nLOOKUP_TABLE default\n";
+    out +=
+        "POINT_DATA " + std::to_string(surf.vecPt.size()) + "\nSCALARS elevation double 1\nLOOKUP_TABLE default\n";
     for (const CKivPoint3d& p : surf.vecPt) {
         AppendNumber(out, p.z);
         out += '\n';

@@ -39,7 +39,8 @@ CKivTinResult BuildTin(const CKivTinInput& in)
     if (!in.strOutline.empty()) {
         outline = ReadLines(in.strOutline);
         if (outline.vecLine.size() != 1 || outline.vecLine[0].NumVerts() < 3) {
-            throw CKivIoError(in.strOutline, 0, "expected exactly one closed ring of at least 3 points as outline");
+            throw CKivIoError(in.strOutline, 0,
+                              "expected exactly one closed ring of at least 3 points as outline");
         }
     }
 
