@@ -12,7 +12,6 @@
 #include <kivgeo/delaunay.h>
 #include <kivgeo/geo_convex.h>
 #include <kivgeo/mesh_data.h>
-#include <kivgeo/polyline.h>
 
 #include <cmath>
 #include <cstddef>
@@ -118,13 +117,16 @@ bool InCircleStrict(const CKivPoint3d& a, const CKivPoint3d& b, const CKivPoint3
 double HullArea(const std::vector<CKivPoint3d>& pts)
 {
     std::vector<CKivPoint3d> hull;
-    if (CKivGeoConvex::Convex(pts, hull) == 0 || hull.size() < 3) {
-        return 0.0;
+    // The return code says which side chains were found, not whether the
+    // hull has area (a triangle can give 0); the area itself tells.
+    CKivGeoConvex::Convex(pts, hull);
+    // A fan from the first corner: the shoelace about the origin loses the
+    // area to cancellation at map coordinates.
+    double area = 0.0;
+    for (std::size_t i = 1; i + 1 < hull.size(); ++i) {
+        area += 0.5 * tincheck::Orient(hull[0], hull[i], hull[i + 1]);
     }
-    CKivPolyLine ring;
-    ring.SetVertex(hull);
-    ring.SetClosed(true);
-    return ring.GetArea();
+    return area;
 }
 
 } // namespace
@@ -197,7 +199,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             }
         }
     }
-    if (false && !constrained && d.coverHull && !in.Wild() && !tris.empty()) {
+    if (!constrained && d.coverHull && !in.Wild() && !tris.empty()) {
         double area = 0.0;
         for (const CKivTri3d& t : tris) {
             area += 0.5 * tincheck::Orient(t.m_pt[0], t.m_pt[1], t.m_pt[2]);
