@@ -61,6 +61,20 @@ inline bool StrictlyInside(const CKivTri3d& t, const CKivPoint3d& p)
     return true;
 }
 
+// p strictly inside the circumcircle of the counter-clockwise a, b, c, by a
+// margin relative to the size of the terms plus the absolute 1e-6 band within
+// which the triangulator's in-circle test reads a point as on the circle.
+inline bool InCircleStrict(const CKivPoint3d& a, const CKivPoint3d& b, const CKivPoint3d& c, const CKivPoint3d& p)
+{
+    const double ax = a.x - p.x, ay = a.y - p.y, bx = b.x - p.x, by = b.y - p.y, cx = c.x - p.x, cy = c.y - p.y;
+    const double a2 = ax * ax + ay * ay, b2 = bx * bx + by * by, c2 = cx * cx + cy * cy;
+    const double det = a2 * (bx * cy - by * cx) - b2 * (ax * cy - ay * cx) + c2 * (ax * by - ay * bx);
+    const double mag = a2 * (std::fabs(bx * cy) + std::fabs(by * cx)) +
+                       b2 * (std::fabs(ax * cy) + std::fabs(ay * cx)) +
+                       c2 * (std::fabs(ax * by) + std::fabs(ay * bx));
+    return det > 1e-9 * mag + 4e-6;
+}
+
 inline std::string CheckTin(const std::vector<CKivTri3d>& tris)
 {
     struct EdgeHash {

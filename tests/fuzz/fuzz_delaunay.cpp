@@ -100,20 +100,6 @@ bool IsInputPoint(const CKivPoint3d& q, const std::vector<CKivPoint3d>& inputs)
     return false;
 }
 
-// p strictly inside the circumcircle of the counter-clockwise a, b, c, by a
-// margin relative to the size of the terms plus the absolute 1e-6 band within
-// which the triangulator's in-circle test reads a point as on the circle.
-bool InCircleStrict(const CKivPoint3d& a, const CKivPoint3d& b, const CKivPoint3d& c, const CKivPoint3d& p)
-{
-    const double ax = a.x - p.x, ay = a.y - p.y, bx = b.x - p.x, by = b.y - p.y, cx = c.x - p.x, cy = c.y - p.y;
-    const double a2 = ax * ax + ay * ay, b2 = bx * bx + by * by, c2 = cx * cx + cy * cy;
-    const double det = a2 * (bx * cy - by * cx) - b2 * (ax * cy - ay * cx) + c2 * (ax * by - ay * bx);
-    const double mag = a2 * (std::fabs(bx * cy) + std::fabs(by * cx)) +
-                       b2 * (std::fabs(ax * cy) + std::fabs(ay * cx)) +
-                       c2 * (std::fabs(ax * by) + std::fabs(ay * bx));
-    return det > 1e-9 * mag + 4e-6;
-}
-
 double HullArea(const std::vector<CKivPoint3d>& pts)
 {
     std::vector<CKivPoint3d> hull;
@@ -195,7 +181,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!constrained && !in.Wild() && in.Scale() >= 1.0 && !d.coverHull) {
         for (const CKivTri3d& t : tris) {
             for (const CKivPoint3d& p : corners) {
-                KIV_FUZZ_CHECK(!InCircleStrict(t.m_pt[0], t.m_pt[1], t.m_pt[2], p));
+                KIV_FUZZ_CHECK(!tincheck::InCircleStrict(t.m_pt[0], t.m_pt[1], t.m_pt[2], p));
             }
         }
     }
