@@ -380,7 +380,7 @@ TEST(HostileInput, ClockwiseOutlineActsLikeCounterClockwise)
     EXPECT_EQ(results[0].size(), results[1].size());
 }
 
-// Found by the triangulator fuzzer (corpus input empty_circle_far_cluster):
+// Found by the triangulator fuzzer:
 // a cluster of points a few units apart at (-1e9, 1e9) next to points near
 // the origin and at (1e9, -1e9). Some triangles of the cluster are not
 // Delaunay: another input point lies well inside their circumcircle (by
