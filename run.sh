@@ -4,16 +4,19 @@
 #   ./run.sh test       build and run the whole test suite
 #   ./run.sh sanitize   build and run the test suite under ASan + UBSan
 #   ./run.sh bench      build the benchmarks
+#   ./run.sh fuzz SECS  build the fuzzers (clang, ASan + UBSan), run each SECS seconds
 #   ./run.sh peers      install CGAL, run the side-by-side cases (minutes)
 set -euo pipefail
 cd "$(dirname "$0")"
 
 packages=(build-essential cmake pkg-config libgtest-dev libgmock-dev libbenchmark-dev
           libcli11-dev nlohmann-json3-dev libcairo2-dev)
+# libFuzzer and its sanitizer runtimes come with Debian's clang.
+fuzz_packages=(clang libclang-rt-14-dev)
 
 ensure_packages() {
     local missing=()
-    for p in "${packages[@]}"; do
+    for p in "${packages[@]}" "$@"; do
         dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
     done
     if [ ${#missing[@]} -gt 0 ]; then
@@ -56,6 +59,10 @@ bench)
     build release
     ls build/release/bench/
     ;;
+fuzz)
+    ensure_packages "${fuzz_packages[@]}"
+    tests/fuzz/run_fuzz.sh "${2:-60}"
+    ;;
 peers)
     # CGAL is a peer for comparison only, never a dependency of the library.
     packages+=(libcgal-dev)
@@ -64,7 +71,7 @@ peers)
     bench/peers/run_peers.sh "$@"
     ;;
 *)
-    sed -n '2,7p' "$0" | sed 's/^# \{0,1\}//'
+    sed -n '2,9p' "$0" | sed 's/^# \{0,1\}//'
     exit 2
     ;;
 esac

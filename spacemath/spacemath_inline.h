@@ -280,15 +280,19 @@ inline int HitTriangle(const CKivPoint3d& P0, const CGeoVector& dir, const CKivP
     if (planeOnly) {
         return 1;
     }
-    const double uu = u * u, uv = u * v, vv = v * v;
+    // Barycentric s and t of I in (u, v). The textbook form divides
+    // uv * wv - vv * wu by D = uv^2 - uu * vv; both are differences of
+    // nearly equal products for a long thin triangle (D loses all its digits
+    // when the triangle is 1e7 long and 1 wide). By Lagrange's identity they
+    // equal (w ^ v) . n and -|n|^2, which come from the cross products
+    // without that cancellation.
     const CGeoVector w(I - V0);
-    const double wu = w * u, wv = w * v;
-    const double D = uv * uv - uu * vv;
-    const double s = (uv * wv - vv * wu) / D;
+    const double nn = n * n;
+    const double s = ((w ^ v) * n) / nn;
     if (!(s > -1e-10 && CompNotAboveOne(s))) {
         return 0;
     }
-    const double t = (uv * wu - uu * wv) / D;
+    const double t = ((u ^ w) * n) / nn;
     return (CompNotBelowZero(t) && CompNotAboveOne(s + t)) ? 1 : 0;
 }
 

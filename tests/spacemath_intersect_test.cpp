@@ -306,6 +306,29 @@ TEST(SpaceRay, PointFormMatchesVectorForm)
     }
 }
 
+// A triangle 1.4e7 long and about 1 wide: the barycentric coordinates of a
+// vertical line must be decided as for the exact point, whatever the shape.
+// (Computed from the Gram determinant they lose their digits here and points
+// 0.1 % outside the triangle read as inside.)
+TEST(SpaceRay, LongThinTriangleDecidesLikeExactBarycentrics)
+{
+    const CKivPoint3d v0 = P(0, 0, 0), v1 = P(9999998, -10000000, 0), v2 = P(10000001, -10000002, -4);
+    const CGeoVector up(0.0, 0.0, 1.0);
+    struct Case {
+        double s, t;
+        int want;
+    };
+    for (const Case& c : {Case{0.25, 0.25, 1}, Case{0.5, 0.499, 1}, Case{0.6, 0.397, 1}, Case{0.5, 0.501, 0},
+                          Case{0.3, 0.702, 0}, Case{0.5, -0.001, 0}, Case{0.9, 0.101, 0}}) {
+        const CKivPoint3d p = P(c.s * v1.x + c.t * v2.x, c.s * v1.y + c.t * v2.y, 10.0);
+        CKivPoint3d hit = P(0, 0, 0);
+        EXPECT_EQ(M::Test_Intersect_Line_And_Triangle_3D(p, up, v0, v1, v2, hit), c.want) << c.s << " " << c.t;
+        if (c.want == 1) {
+            EXPECT_NEAR(hit.z, c.t * v2.z, 1e-6);
+        }
+    }
+}
+
 // ---------------------------------------------------------------- point in triangle
 
 TEST(SpacePointInTri, Codes)

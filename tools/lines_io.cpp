@@ -193,6 +193,15 @@ CKivLineData ReadGeoJson(const std::string& path)
         what = colon == std::string::npos ? what : what.substr(colon + 2);
         throw CKivIoError(path, text.empty() ? 0 : LineOfOffset(text, e.byte == 0 ? 0 : e.byte - 1),
                           "invalid JSON: " + what);
+    } catch (const json::exception& e) {
+        // A number beyond the range of a double ("number overflow parsing
+        // '1e999'"): the parser gives no position, so find the quoted number.
+        std::string what = e.what();
+        const std::size_t colon = what.find("] ");
+        what = colon == std::string::npos ? what : what.substr(colon + 2);
+        const std::size_t q0 = what.find('\''), q1 = what.rfind('\'');
+        const std::size_t at = q0 < q1 ? text.find(what.substr(q0 + 1, q1 - q0 - 1)) : std::string::npos;
+        throw CKivIoError(path, at == std::string::npos ? 0 : LineOfOffset(text, at), "invalid JSON: " + what);
     }
     CKivLineData data;
     try {

@@ -284,9 +284,15 @@ int CKivDelaunayWork::ExactLocate(int start, double px, double py) const
 
 int CKivDelaunayWork::CellOf(double x, double y) const
 {
-    const int cx = std::clamp(static_cast<int>((x - m_dX0) * m_dInvW), 0, m_nCols - 1);
-    const int cy = std::clamp(static_cast<int>((y - m_dY0) * m_dInvH), 0, m_nRows - 1);
-    return cy * m_nCols + cx;
+    // Clamped as doubles: a far point (or NaN) must not reach the int
+    // conversion, whose result is undefined out of range.
+    const auto cell = [](double f, int n) {
+        if (!(f > 0.0)) {
+            return 0;
+        }
+        return f >= n - 1 ? n - 1 : static_cast<int>(f);
+    };
+    return cell((y - m_dY0) * m_dInvH, m_nRows) * m_nCols + cell((x - m_dX0) * m_dInvW, m_nCols);
 }
 
 int CKivDelaunayWork::StartTri(double px, double py) const
@@ -355,8 +361,10 @@ void CKivDelaunayWork::GridRebuild()
     const double w = std::max(m_dX1 - m_dX0, 1e-300);
     const double h = std::max(m_dY1 - m_dY0, 1e-300);
     const double cells = std::max(1.0, static_cast<double>(m_nInserted) / 2.0);
-    const double cols = std::clamp(std::sqrt(cells * w / h), 1.0, 8192.0);
-    const double rows = std::clamp(cells / cols, 1.0, 8192.0);
+    // fmin/fmax rather than clamp: an infinite or NaN extent must still give
+    // counts in range (fmax drops the NaN).
+    const double cols = std::fmin(std::fmax(std::sqrt(cells * w / h), 1.0), 8192.0);
+    const double rows = std::fmin(std::fmax(cells / cols, 1.0), 8192.0);
     m_nCols = static_cast<int>(cols);
     m_nRows = static_cast<int>(rows);
     m_dInvW = m_nCols / w;

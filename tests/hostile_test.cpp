@@ -1,0 +1,432 @@
+// Hostile input for the TIN builder and the queries on its result: huge runs
+// of identical or collinear points, duplicated grids, extreme coordinate
+// scales, NaN and infinite coordinates among real data, crossing and
+// self-crossing constraint lines, holes outside the outline and a clockwise
+// outline. Each case must finish (the time bound is generous and only there
+// to catch hangs), leave a valid triangulation (strictly counter-clockwise,
+// no overlap) and a mesh on which every query still answers.
+#include "tin_check.h"
+
+#include <kivgeo/delaunay.h>
+#include <kivgeo/mesh_data.h>
+#include <kivgeo/mesh_query.h>
+#include <kivgeo/planar.h>
+#include <kivgeo/polyline.h>
+#include <kivgeo/seg3d.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <limits>
+#include <map>
+#include <random>
+#include <utility>
+#include <vector>
+
+using TriMesh::CKivDelaunay;
+using TriMesh::CKivMeshData;
+using TriMesh::CKivMeshQuery;
+
+namespace {
+
+// Far above what any case needs even under the sanitizers: only a hang fails.
+constexpr double kHangSeconds = 120.0;
+
+class CKivStopwatch {
+public:
+    double Seconds() const
+    {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
+    }
+
+private:
+    std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
+};
+
+CKivPoint3d P(double x, double y, double z = 0.0)
+{
+    return CKivPoint3d(x, y, z);
+}
+
+double SignedArea(const CKivTri3d& t)
+{
+    return 0.5 * tincheck::Orient(t.m_pt[0], t.m_pt[1], t.m_pt[2]);
+}
+
+double TotalArea(const std::vector<CKivTri3d>& tris)
+{
+    double a = 0.0;
+    for (const CKivTri3d& t : tris) {
+        a += SignedArea(t);
+    }
+    return a;
+}
+
+// Directed edges whose reverse no triangle uses: the boundary of the mesh.
+std::size_t BoundaryEdgeCount(const std::vector<CKivTri3d>& tris)
+{
+    std::map<std::pair<std::pair<double, double>, std::pair<double, double>>, int> edges;
+    for (const CKivTri3d& t : tris) {
+        for (int k = 0; k < 3; ++k) {
+            const CKivPoint3d& a = t.m_pt[k];
+            const CKivPoint3d& b = t.m_pt[(k + 1) % 3];
+            ++edges[{{a.x, a.y}, {b.x, b.y}}];
+        }
+    }
+    std::size_t n = 0;
+    for (const auto& e : edges) {
+        n += edges.count({e.first.second, e.first.first}) == 0 ? 1 : 0;
+    }
+    return n;
+}
+
+// The mesh is a valid triangulation and every query answers on it: heights
+// at triangle centroids come back, point location finds them, classification
+// gives one of its five codes, the outline closes with one vertex per
+// boundary edge, and a line draped across the extent lies within the
+// mesh's heights.
+void ExpectUsable(const CKivMeshData& mesh)
+{
+    std::vector<CKivTri3d> tris;
+    mesh.OutputData(tris);
+    const std::string why = tincheck::CheckTin(tris);
+    ASSERT_TRUE(why.empty()) << why;
+
+    CKivMeshQuery query(mesh);
+    const CKivPoint3d lo = mesh.GetMinLimit(), hi = mesh.GetMaxLimit();
+    double z = -7.0;
+    EXPECT_FALSE(query.GetMapPoint(std::numeric_limits<double>::quiet_NaN(), 0.0, z));
+    EXPECT_EQ(z, -7.0);
+    const int hitNan = query.HitTestPt(P(std::numeric_limits<double>::quiet_NaN(), 1.0, 1.0));
+    EXPECT_TRUE(hitNan >= 0 && hitNan <= 4);
+    std::vector<CKivPolyLine> outline;
+    query.GetOutline(outline);
+    if (tris.empty()) {
+        EXPECT_FALSE(query.GetMapPoint(0.5 * (lo.x + hi.x), 0.5 * (lo.y + hi.y), z));
+        EXPECT_EQ(query.HitTestPt(P(0.0, 0.0, 0.0)), CKivMeshQuery::eHitNone);
+        EXPECT_TRUE(outline.empty());
+        return;
+    }
+
+    double zMin = HUGE_VAL, zMax = -HUGE_VAL;
+    for (const CKivTri3d& t : tris) {
+        for (const CKivPoint3d& p : t.m_pt) {
+            zMin = std::fmin(zMin, p.z), zMax = std::fmax(zMax, p.z);
+        }
+    }
+    const double zTol = 1e-6 * (1.0 + std::fmax(std::fabs(zMin), std::fabs(zMax)));
+    const std::size_t step = std::max<std::size_t>(1, tris.size() / 300);
+    for (std::size_t i = 0; i < tris.size(); i += step) {
+        const CKivTri3d& t = tris[i];
+        const CKivPoint3d c((t.m_pt[0].x + t.m_pt[1].x + t.m_pt[2].x) / 3,
+                            (t.m_pt[0].y + t.m_pt[1].y + t.m_pt[2].y) / 3,
+                            (t.m_pt[0].z + t.m_pt[1].z + t.m_pt[2].z) / 3);
+        ASSERT_TRUE(query.GetMapPoint(c.x, c.y, z)) << "no height at the centroid of triangle " << i;
+        EXPECT_NEAR(z, c.z, zTol) << "triangle " << i;
+        CKivTri3d found;
+        EXPECT_TRUE(query.FindTriIncludePt(c, found)) << "triangle " << i;
+        // Classification casts a ray across the mesh: a few samples only.
+        if (i % (step * 25) == 0) {
+            const int hit = query.HitTestPt(c);
+            EXPECT_TRUE(hit >= 0 && hit <= 4);
+        }
+    }
+
+    std::size_t outlineVerts = 0;
+    for (const CKivPolyLine& l : outline) {
+        EXPECT_TRUE(l.IsClosed());
+        outlineVerts += l.NumVerts();
+    }
+    EXPECT_EQ(outlineVerts, BoundaryEdgeCount(tris));
+    CKivPolyLine outer;
+    query.GetOutline(outer);
+    EXPECT_GE(outer.NumVerts(), 3u);
+
+    std::vector<CKivSeg3d> pieces;
+    ASSERT_TRUE(query.GetMapPolyline({lo, hi, P(lo.x, hi.y)}, true, pieces));
+    for (const CKivSeg3d& s : pieces) {
+        for (const CKivPoint3d& p : s.m_pt) {
+            ASSERT_TRUE(std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z));
+            EXPECT_TRUE(p.z >= zMin - zTol && p.z <= zMax + zTol);
+        }
+    }
+    std::vector<CKivPolyLine> draped;
+    query.GetMapPolyline({lo, hi}, false, draped);
+}
+
+// Triangulates points (and optional lines), checks the time bound and the
+// mesh, and returns the triangles.
+struct TinRun {
+    std::vector<CKivPoint3d> points;
+    std::vector<std::vector<CKivPoint3d>> lines;
+    std::vector<std::vector<CKivPoint3d>> holes;
+    std::vector<CKivPoint3d> outline;
+    bool coverHull = false;
+
+    std::vector<CKivTri3d> Run(bool& ok) const
+    {
+        CKivStopwatch clock;
+        CKivMeshData mesh;
+        CKivDelaunay tin(mesh);
+        tin.SetCoverHull(coverHull);
+        for (const CKivPoint3d& p : points) {
+            tin.AddVertex(p);
+        }
+        for (const std::vector<CKivPoint3d>& l : lines) {
+            tin.AddSegYS(l, false);
+        }
+        for (const std::vector<CKivPoint3d>& h : holes) {
+            tin.AddHoleLine(h);
+        }
+        if (!outline.empty()) {
+            tin.SetOutline(outline);
+        }
+        ok = tin.Delaunay();
+        EXPECT_LT(clock.Seconds(), kHangSeconds);
+        ExpectUsable(mesh);
+        std::vector<CKivTri3d> tris;
+        mesh.OutputData(tris);
+        return tris;
+    }
+};
+
+std::vector<CKivPoint3d> RandomPoints(std::size_t n, double x0, double y0, double spread, unsigned seed)
+{
+    std::mt19937_64 rng(seed);
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    std::vector<CKivPoint3d> pts;
+    for (std::size_t i = 0; i < n; ++i) {
+        const double x = u(rng), y = u(rng);
+        pts.push_back(P(x0 + spread * x, y0 + spread * y, std::sin(7 * x) * std::cos(5 * y) * spread * 0.1));
+    }
+    return pts;
+}
+
+std::vector<CKivPoint3d> Grid(int n, double step)
+{
+    std::vector<CKivPoint3d> pts;
+    for (int j = 0; j < n; ++j) {
+        for (int i = 0; i < n; ++i) {
+            pts.push_back(P(i * step, j * step, ((i * 7 + j * 3) % 11) * step));
+        }
+    }
+    return pts;
+}
+
+TEST(HostileInput, HundredThousandIdenticalPoints)
+{
+    CKivStopwatch clock;
+    CKivMeshData mesh;
+    CKivDelaunay tin(mesh);
+    for (int i = 0; i < 100000; ++i) {
+        ASSERT_EQ(tin.AddVertex(P(12.5, -3.25, 7.0)), 0);
+    }
+    EXPECT_FALSE(tin.Delaunay());
+    EXPECT_LT(clock.Seconds(), kHangSeconds);
+    EXPECT_EQ(mesh.TriNum(), 0u);
+    ExpectUsable(mesh);
+}
+
+TEST(HostileInput, HundredThousandCollinearPoints)
+{
+    for (const bool cover : {false, true}) {
+        TinRun run;
+        run.coverHull = cover;
+        for (int i = 0; i < 100000; ++i) {
+            run.points.push_back(P(3.0 * i, 2.0 * i + 1.0, 0.5 * i));
+        }
+        bool ok = false;
+        EXPECT_TRUE(run.Run(ok).empty()) << "collinear points enclose no area";
+    }
+}
+
+TEST(HostileInput, GridWithEveryPointDuplicated)
+{
+    const std::vector<CKivPoint3d> grid = Grid(300, 1.0);
+    TinRun run;
+    run.coverHull = true;
+    for (const CKivPoint3d& p : grid) {
+        run.points.push_back(p);
+        run.points.push_back(p);
+    }
+    bool ok = false;
+    const std::vector<CKivTri3d> tris = run.Run(ok);
+    EXPECT_TRUE(ok);
+    EXPECT_EQ(tris.size(), 2u * 299 * 299);
+    EXPECT_NEAR(TotalArea(tris), 299.0 * 299.0, 1e-6);
+}
+
+TEST(HostileInput, ExtremeScales)
+{
+    bool ok = false;
+    // Spread over 1e9, and a cluster of 1e3 around (1e9, 1e9).
+    for (const auto& [x0, spread] : {std::pair<double, double>{0.0, 1e9}, {1e9, 1e3}, {-1e9, 1e5}}) {
+        TinRun run;
+        run.coverHull = true;
+        run.points = RandomPoints(3000, x0, x0, spread, 3);
+        const std::vector<CKivTri3d> tris = run.Run(ok);
+        EXPECT_TRUE(ok);
+        EXPECT_GE(tris.size(), 2 * 3000u - 2 - 200) << "spread " << spread;
+    }
+    // Everything within 1e-9 merges into one point: nothing to triangulate.
+    TinRun tiny;
+    tiny.points = RandomPoints(3000, 0.5, 0.5, 1e-9, 4);
+    EXPECT_TRUE(tiny.Run(ok).empty());
+    EXPECT_FALSE(ok);
+    // Points 1e-9 apart near 1e9 also merge; a real triangle elsewhere stays.
+    tiny.points = RandomPoints(100, 1e9, 1e9, 1e-9, 5);
+    tiny.points.push_back(P(0, 0, 0));
+    tiny.points.push_back(P(10, 0, 0));
+    tiny.points.push_back(P(0, 10, 0));
+    EXPECT_FALSE(tiny.Run(ok).empty());
+}
+
+TEST(HostileInput, NanAndInfiniteAmongRealData)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    TinRun clean;
+    clean.coverHull = true;
+    clean.points = RandomPoints(2000, 1000.0, 2000.0, 500.0, 6);
+    bool ok = false;
+    const std::vector<CKivTri3d> want = clean.Run(ok);
+    ASSERT_TRUE(ok);
+
+    TinRun dirty = clean;
+    dirty.points.clear();
+    for (std::size_t i = 0; i < clean.points.size(); ++i) {
+        dirty.points.push_back(clean.points[i]);
+        if (i % 37 == 0) {
+            const CKivPoint3d& p = clean.points[i];
+            const CKivPoint3d bad[] = {P(nan, p.y, p.z), P(p.x, nan, p.z),  P(p.x + 1, p.y, nan), P(inf, p.y, 1),
+                                       P(p.x, -inf, 1),  P(-inf, inf, inf), P(nan, nan, nan)};
+            dirty.points.push_back(bad[i % 7]);
+        }
+    }
+    const std::vector<CKivTri3d> got = dirty.Run(ok);
+    EXPECT_TRUE(ok);
+    for (const CKivTri3d& t : got) {
+        for (const CKivPoint3d& p : t.m_pt) {
+            ASSERT_TRUE(std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z));
+        }
+    }
+    // Bad points are left out and the real data is triangulated as before
+    // (a NaN height makes its own point unusable, not its neighbours).
+    EXPECT_GE(got.size() + 60, want.size());
+    EXPECT_NEAR(TotalArea(got), TotalArea(want), 1e-6 * TotalArea(want) + 25.0 * 500.0);
+}
+
+TEST(HostileInput, ConstraintLinesCrossingEachOtherAndThemselves)
+{
+    TinRun run;
+    run.points = Grid(30, 1.0);
+    run.lines = {
+        {P(0.5, 0.5), P(28.5, 28.5)},
+        {P(0.5, 28.5), P(28.5, 0.5)},
+        // A figure eight, a line folding back over itself, a spike.
+        {P(5.2, 5.1), P(15.3, 15.2), P(15.1, 5.3), P(5.4, 15.2), P(5.2, 5.1)},
+        {P(2.5, 20.5), P(25.5, 20.5), P(2.5, 20.5), P(14.0, 20.5)},
+        {P(10.0, 10.0), P(10.0, 10.0), P(10.0, 10.004)},
+        {P(1.3, 3.7), P(27.9, 3.7), P(1.3, 3.7000001)},
+    };
+    for (const bool cover : {false, true}) {
+        run.coverHull = cover;
+        bool ok = false;
+        const std::vector<CKivTri3d> tris = run.Run(ok);
+        EXPECT_TRUE(ok);
+        EXPECT_GT(tris.size(), 29u * 29u);
+    }
+}
+
+std::vector<CKivPoint3d> Square(double x0, double y0, double size, bool clockwise)
+{
+    std::vector<CKivPoint3d> s = {P(x0, y0), P(x0 + size, y0), P(x0 + size, y0 + size), P(x0, y0 + size)};
+    if (clockwise) {
+        std::reverse(s.begin(), s.end());
+    }
+    return s;
+}
+
+TEST(HostileInput, HolesOutsideTheOutline)
+{
+    TinRun run;
+    run.points = Grid(21, 1.0);
+    run.outline = Square(2.0, 2.0, 10.0, false);
+    run.holes = {Square(30.0, 30.0, 5.0, false), Square(11.0, 11.0, 5.0, true), Square(-3.0, 4.0, 4.0, false)};
+    bool ok = false;
+    const std::vector<CKivTri3d> tris = run.Run(ok);
+    EXPECT_TRUE(ok);
+    for (const CKivTri3d& t : tris) {
+        const CKivPoint3d c((t.m_pt[0].x + t.m_pt[1].x + t.m_pt[2].x) / 3,
+                            (t.m_pt[0].y + t.m_pt[1].y + t.m_pt[2].y) / 3, 0.0);
+        EXPECT_EQ(IsPtInPolygon(run.outline, c), 1);
+    }
+}
+
+TEST(HostileInput, ClockwiseOutlineActsLikeCounterClockwise)
+{
+    std::vector<std::vector<CKivTri3d>> results;
+    for (const bool clockwise : {false, true}) {
+        TinRun run;
+        run.points = Grid(21, 1.0);
+        run.outline = Square(3.5, 2.5, 12.0, clockwise);
+        bool ok = false;
+        results.push_back(run.Run(ok));
+        EXPECT_TRUE(ok);
+        EXPECT_NEAR(TotalArea(results.back()), 144.0, 1e-6) << "clockwise " << clockwise;
+    }
+    EXPECT_EQ(results[0].size(), results[1].size());
+}
+
+// Found by the triangulator fuzzer:
+// a cluster of points a few units apart at (-1e9, 1e9) next to points near
+// the origin and at (1e9, -1e9). Some triangles of the cluster are not
+// Delaunay: another input point lies well inside their circumcircle (by
+// 4e5 in the in-circle determinant, where the tolerance is 1e-6). The
+// result is a valid triangulation; the misses come from the rounding of the
+// in-circle test on triangles that reach the bounding corners, 1e10 away
+// (terms of 1e29). Disabled until cavities there are decided exactly.
+TEST(HostileInput, DISABLED_EmptyCircleWithClusterFarFromOrigin)
+{
+    const std::vector<CKivPoint3d> pts = {P(-999999891.578125, 1000000108.421875, 108.421875),
+                                          P(-999999891.9609375, 1000000003.0039062, 49),
+                                          P(-1000000003, 1000000003, -1),
+                                          P(-1000000000, 1000000000, -3),
+                                          P(-1000000000, 1000006000, 0),
+                                          P(-999999000, 999992000, -4),
+                                          P(-1000000000, 999999992, 4),
+                                          P(-1000001000, 1000007984, 12),
+                                          P(9.78189276458057e-84, -27770.187806851231, 5),
+                                          P(1000001000, -1000063524.3756137, -2),
+                                          P(-1000000003, 1000000003, 1),
+                                          P(-1000000000, 999999996, 0),
+                                          P(-1000000000, 999999996.01100004, 0.010999999999999999),
+                                          P(-999999993, 1000000005, 1),
+                                          P(-1000000001, 999999999, -4),
+                                          P(-999999999, 999999998, -4),
+                                          P(-999999997, 999999997, 1),
+                                          P(-1.5650081399192485e-209, 0, 0)};
+    CKivMeshData mesh;
+    CKivDelaunay tin(mesh);
+    for (const CKivPoint3d& p : pts) {
+        tin.AddVertex(p);
+    }
+    ASSERT_TRUE(tin.Delaunay());
+    std::vector<CKivTri3d> tris;
+    mesh.OutputData(tris);
+    EXPECT_EQ(tincheck::CheckTin(tris), "");
+    for (const CKivTri3d& t : tris) {
+        for (const CKivTri3d& o : tris) {
+            for (const CKivPoint3d& p : o.m_pt) {
+                EXPECT_FALSE(tincheck::InCircleStrict(t.m_pt[0], t.m_pt[1], t.m_pt[2], p))
+                    << "(" << p.x << ", " << p.y << ") in the circle of (" << t.m_pt[0].x << ", " << t.m_pt[0].y
+                    << ") (" << t.m_pt[1].x << ", " << t.m_pt[1].y << ") (" << t.m_pt[2].x << ", " << t.m_pt[2].y
+                    << ")";
+            }
+        }
+    }
+}
+
+} // namespace
