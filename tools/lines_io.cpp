@@ -46,6 +46,10 @@ void JsonLine(const json& coords, bool bRing, const std::string& where, std::vec
     for (std::size_t i = 0; i < coords.size(); ++i) {
         pts.push_back(JsonPosition(coords[i], where + " position " + std::to_string(i + 1)));
     }
+    if (bRing && pts.size() < 3) {
+        // Written back, such a ring could only be an open line.
+        throw std::runtime_error(where + ": expected a ring of at least 3 positions");
+    }
     CKivPolyLine pl;
     const bool bEndsOnStart = pts.size() >= 4 && pts.front().x == pts.back().x && pts.front().y == pts.back().y &&
                               pts.front().z == pts.back().z;

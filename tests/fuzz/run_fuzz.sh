@@ -6,6 +6,7 @@
 # fails the run; the offending input is kept under build/fuzz/artifacts/.
 #
 #   tests/fuzz/run_fuzz.sh SECONDS [TARGET...]     (default: every target)
+#   FUZZ_SEED=1 FUZZ_RUNS=15000 tests/fuzz/run_fuzz.sh 60   (reproducible, as CI)
 #
 # Two targets run at a time (the machines have two cores); FUZZ_JOBS changes it.
 set -euo pipefail
@@ -18,6 +19,11 @@ build=build/fuzz
 timeout_s=${FUZZ_TIMEOUT:-10}
 rss_mb=${FUZZ_RSS_MB:-2048}
 jobs=${FUZZ_JOBS:-2}
+# CI pins the seed and the number of runs, so that a submission's fuzz step
+# gives the same verdict wherever it runs; by hand, both are left free.
+extra=()
+[ -n "${FUZZ_SEED:-}" ] && extra+=(-seed="$FUZZ_SEED")
+[ -n "${FUZZ_RUNS:-}" ] && extra+=(-runs="$FUZZ_RUNS")
 
 cmake -S . -B "$build" -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DKIVGEO_BUILD_FUZZ=ON -DKIVGEO_SANITIZE=ON -DKIVGEO_WERROR=ON \
@@ -44,7 +50,7 @@ run_one() {
     [ -f "tests/fuzz/$t.dict" ] && dict=(-dict="tests/fuzz/$t.dict")
     # The first directory collects new inputs; the committed seeds stay read-only.
     if "$build/tests/fuzz/$t" -max_total_time="$seconds" -timeout="$timeout_s" -rss_limit_mb="$rss_mb" \
-        -malloc_limit_mb="$rss_mb" -max_len=4096 -print_final_stats=1 "${dict[@]}" \
+        -malloc_limit_mb="$rss_mb" -max_len=4096 -print_final_stats=1 "${dict[@]}" "${extra[@]}" \
         -artifact_prefix="$build/artifacts/$t-" "$work" "tests/fuzz/corpus/$t" >"$build/logs/$t.log" 2>&1; then
         echo "$t: ok ($(grep -m1 -o 'stat::number_of_executed_units: *[0-9]*' "$build/logs/$t.log" |
             grep -o '[0-9]*$') runs in ${seconds} s)"
