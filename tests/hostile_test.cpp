@@ -20,7 +20,6 @@
 #include <chrono>
 #include <cmath>
 #include <limits>
-#include <map>
 #include <random>
 #include <utility>
 #include <vector>
@@ -62,24 +61,6 @@ double TotalArea(const std::vector<CKivTri3d>& tris)
         a += SignedArea(t);
     }
     return a;
-}
-
-// Directed edges whose reverse no triangle uses: the boundary of the mesh.
-std::size_t BoundaryEdgeCount(const std::vector<CKivTri3d>& tris)
-{
-    std::map<std::pair<std::pair<double, double>, std::pair<double, double>>, int> edges;
-    for (const CKivTri3d& t : tris) {
-        for (int k = 0; k < 3; ++k) {
-            const CKivPoint3d& a = t.m_pt[k];
-            const CKivPoint3d& b = t.m_pt[(k + 1) % 3];
-            ++edges[{{a.x, a.y}, {b.x, b.y}}];
-        }
-    }
-    std::size_t n = 0;
-    for (const auto& e : edges) {
-        n += edges.count({e.first.second, e.first.first}) == 0 ? 1 : 0;
-    }
-    return n;
 }
 
 // The mesh is a valid triangulation and every query answers on it: heights
@@ -139,7 +120,7 @@ void ExpectUsable(const CKivMeshData& mesh)
         EXPECT_TRUE(l.IsClosed());
         outlineVerts += l.NumVerts();
     }
-    EXPECT_EQ(outlineVerts, BoundaryEdgeCount(tris));
+    EXPECT_EQ(outlineVerts, tincheck::BoundaryEdgeCount(tris));
     CKivPolyLine outer;
     query.GetOutline(outer);
     EXPECT_GE(outer.NumVerts(), 3u);

@@ -19,8 +19,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <string>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace tincheck {
@@ -150,6 +152,25 @@ inline std::string CheckTin(const TriMesh::CKivMeshData& mesh)
     std::vector<CKivTri3d> tris;
     mesh.OutputData(tris);
     return CheckTin(tris);
+}
+
+// Directed edges whose reverse no triangle uses, by plan position: the
+// boundary of the mesh.
+inline std::size_t BoundaryEdgeCount(const std::vector<CKivTri3d>& tris)
+{
+    std::map<std::pair<std::pair<double, double>, std::pair<double, double>>, int> edges;
+    for (const CKivTri3d& t : tris) {
+        for (int k = 0; k < 3; ++k) {
+            const CKivPoint3d& a = t.m_pt[k];
+            const CKivPoint3d& b = t.m_pt[(k + 1) % 3];
+            ++edges[{{a.x, a.y}, {b.x, b.y}}];
+        }
+    }
+    std::size_t n = 0;
+    for (const auto& e : edges) {
+        n += edges.count({e.first.second, e.first.first}) == 0 ? 1 : 0;
+    }
+    return n;
 }
 
 } // namespace tincheck

@@ -6,6 +6,7 @@
 #define KIVGEO_TESTS_FUZZ_QUERY_H
 
 #include "fuzz_input.h"
+#include "tin_check.h"
 
 #include <kivgeo/mesh_data.h>
 #include <kivgeo/mesh_query.h>
@@ -17,31 +18,12 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <map>
 #include <utility>
 #include <vector>
 
 inline bool IsFiniteSeg(const CKivSeg3d& s)
 {
     return IsFinitePt(s.m_pt[0]) && IsFinitePt(s.m_pt[1]);
-}
-
-// Directed edges of the triangles whose reverse no triangle has, by position.
-inline std::size_t CountBoundaryEdges(const std::vector<CKivTri3d>& tris)
-{
-    std::map<std::pair<std::pair<double, double>, std::pair<double, double>>, int> edges;
-    for (const CKivTri3d& t : tris) {
-        for (int k = 0; k < 3; ++k) {
-            const CKivPoint3d& a = t.m_pt[k];
-            const CKivPoint3d& b = t.m_pt[(k + 1) % 3];
-            ++edges[{{a.x, a.y}, {b.x, b.y}}];
-        }
-    }
-    std::size_t n = 0;
-    for (const auto& e : edges) {
-        n += edges.count({e.first.second, e.first.first}) == 0 ? 1 : 0;
-    }
-    return n;
 }
 
 // tin: the mesh is a valid triangulation of finite, tame points (distinct
@@ -137,7 +119,7 @@ inline void FuzzQueries(CKivFuzzInput& in, const TriMesh::CKivMeshData& mesh, bo
     }
     KIV_FUZZ_CHECK(verts <= 3 * tris.size() + outline.size());
     if (tin) {
-        KIV_FUZZ_CHECK(verts == CountBoundaryEdges(tris));
+        KIV_FUZZ_CHECK(verts == tincheck::BoundaryEdgeCount(tris));
     }
     CKivPolyLine outer;
     outer.AddVertex(CKivPoint3d(5.0, 5.0, 5.0));
