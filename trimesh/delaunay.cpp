@@ -76,6 +76,40 @@ bool CKivDelaunay::UsableExtent(double& x0, double& y0, double& x1, double& y1) 
     return any;
 }
 
+// The triangles are built with exact orientation tests on the shifted
+// coordinates, so the shift must be exact: otherwise a triangle that is
+// counter-clockwise in the local frame can come back flat or clockwise once
+// the coordinates are shifted back (points near 0 next to a centre of 0.005,
+// say). The centre of the extent shifts every coordinate exactly whenever
+// the data keep clear of zero (x and the centre within a factor of two), as
+// surveys in projected coordinates do; otherwise no shift is needed for
+// precision and none is made. The tolerance tests are translation invariant
+// up to rounding, so they decide the same either way.
+double CKivDelaunay::ExactShiftOrigin(double centre, double CKivPoint3d::*axis) const
+{
+    const auto exact = [centre](double x) {
+        // Knuth's two-sum of x and -centre: a zero error term means x -
+        // centre is representable (and x comes back when centre is added).
+        const double s = x - centre;
+        const double z = s - x;
+        return (x - (s - z)) + (-centre - z) == 0.0;
+    };
+    const CKivMeshData& m = *m_pMesh;
+    if (std::isfinite(m.m_ptMin.*axis) && !exact(m.m_ptMin.*axis)) {
+        return 0.0;
+    }
+    if (std::isfinite(m.m_ptMax.*axis) && !exact(m.m_ptMax.*axis)) {
+        return 0.0;
+    }
+    for (const _sVertex* v : m.m_vecVertex) {
+        const double x = v->pt.*axis;
+        if (std::isfinite(x) && !exact(x)) {
+            return 0.0;
+        }
+    }
+    return centre;
+}
+
 void CKivDelaunay::TranslateCoord(bool bBack)
 {
     CKivMeshData& m = *m_pMesh;
@@ -88,8 +122,8 @@ void CKivDelaunay::TranslateCoord(bool bBack)
         double x0, y0, x1, y1;
         m_ptOrigin = CKivPoint3d(0.0, 0.0, 0.0);
         if (UsableExtent(x0, y0, x1, y1)) {
-            m_ptOrigin.x = (x0 + x1) * 0.5;
-            m_ptOrigin.y = (y0 + y1) * 0.5;
+            m_ptOrigin.x = ExactShiftOrigin((x0 + x1) * 0.5, &CKivPoint3d::x);
+            m_ptOrigin.y = ExactShiftOrigin((y0 + y1) * 0.5, &CKivPoint3d::y);
         }
     }
     const double s = bBack ? 1.0 : -1.0;

@@ -108,6 +108,7 @@ private:
     bool IsUsableVertex(const _sVertex* v) const;
     // Plan extent of the vertices that take part; false when there are none.
     bool UsableExtent(double& x0, double& y0, double& x1, double& y1) const;
+    double ExactShiftOrigin(double centre, double CKivPoint3d::*axis) const;
     // Mirror the mesh's triangles into the working triangulation and write
     // the outcome back.
     void LoadWork();
