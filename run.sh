@@ -10,7 +10,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 
 packages=(build-essential cmake pkg-config libgtest-dev libgmock-dev libbenchmark-dev
-          libcli11-dev nlohmann-json3-dev libcairo2-dev)
+          libcli11-dev nlohmann-json3-dev libcairo2-dev libgmp-dev)
 # libFuzzer and its sanitizer runtimes come with Debian's clang.
 fuzz_packages=(clang libclang-rt-14-dev)
 

@@ -4,6 +4,7 @@
 // bodies that library code can call directly.
 #include <kivgeo/spacemath.h>
 
+#include "spacemath/exact_incircle.h"
 #include "spacemath/planar_internal.h"
 #include "spacemath/spacemath_inline.h"
 
@@ -60,6 +61,20 @@ void BM_IsPtInCircumCircle2D(benchmark::State& state)
     }
 }
 BENCHMARK(BM_IsPtInCircumCircle2D);
+
+// The triangulator's exactly evaluated form of the same rule: on these inputs
+// it never leaves the filter, so this is the filter's cost.
+void BM_IsPtInCircumCircle2DExact(benchmark::State& state)
+{
+    const std::vector<double> c = RandomCoords(8 * kCases, 2);
+    size_t i = 0;
+    for (auto _ : state) {
+        const double* q = &c[8 * i];
+        benchmark::DoNotOptimize(IsPtInCircumCircle2DExact(q[0], q[1], q[2], q[3], q[4], q[5], q[6], q[7]));
+        i = (i + 1) % kCases;
+    }
+}
+BENCHMARK(BM_IsPtInCircumCircle2DExact);
 
 // Triangle pairs: random in a box of side 20, about a quarter of them cut
 // each other; arg 1 makes every pair cut (the second triangle straddles the

@@ -361,15 +361,11 @@ TEST(HostileInput, ClockwiseOutlineActsLikeCounterClockwise)
     EXPECT_EQ(results[0].size(), results[1].size());
 }
 
-// Found by the triangulator fuzzer:
-// a cluster of points a few units apart at (-1e9, 1e9) next to points near
-// the origin and at (1e9, -1e9). Some triangles of the cluster are not
-// Delaunay: another input point lies well inside their circumcircle (by
-// 4e5 in the in-circle determinant, where the tolerance is 1e-6). The
-// result is a valid triangulation; the misses come from the rounding of the
-// in-circle test on triangles that reach the bounding corners, 1e10 away
-// (terms of 1e29). Disabled until cavities there are decided exactly.
-TEST(HostileInput, DISABLED_EmptyCircleWithClusterFarFromOrigin)
+// Found by the triangulator fuzzer: a cluster of points a few units apart at
+// (-1e9, 1e9) next to points near the origin and at (1e9, -1e9). Triangles
+// reaching the bounding corners, 1e10 away, have in-circle terms of 1e29, so
+// the rounded test cut cavities short and left non-Delaunay triangles.
+TEST(HostileInput, EmptyCircleWithClusterFarFromOrigin)
 {
     const std::vector<CKivPoint3d> pts = {P(-999999891.578125, 1000000108.421875, 108.421875),
                                           P(-999999891.9609375, 1000000003.0039062, 49),

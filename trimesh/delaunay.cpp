@@ -1,5 +1,6 @@
 #include <kivgeo/delaunay.h>
 
+#include "spacemath/exact_incircle.h"
 #include "spacemath/exact_orient.h"
 #include "spacemath/planar_internal.h"
 #include "trimesh/delaunay_work.h"
@@ -271,7 +272,7 @@ void CKivDelaunay::FindCircumTri(const _sVertex* v, _sTri* t, std::vector<_sTri*
         const CKivPoint3d& a = s->pVt[0]->pt;
         const CKivPoint3d& b = s->pVt[1]->pt;
         const CKivPoint3d& c = s->pVt[2]->pt;
-        if (IsPtInCircumCircle2D(px, py, a.x, a.y, b.x, b.y, c.x, c.y) < 0 || !seen.insert(s).second) {
+        if (IsPtInCircumCircle2DExact(px, py, a.x, a.y, b.x, b.y, c.x, c.y) < 0 || !seen.insert(s).second) {
             continue;
         }
         out.push_back(s);

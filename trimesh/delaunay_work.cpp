@@ -1,5 +1,6 @@
 #include "trimesh/delaunay_work.h"
 
+#include "spacemath/exact_incircle.h"
 #include "spacemath/exact_orient.h"
 #include "spacemath/planar_internal.h"
 
@@ -530,7 +531,7 @@ bool CKivDelaunayWork::Insert(int iv)
         const SVert& a = m_vecPt[r.v[0]];
         const SVert& b = m_vecPt[r.v[1]];
         const SVert& c = m_vecPt[r.v[2]];
-        if (IsPtInCircumCircle2D(px, py, a.x, a.y, b.x, b.y, c.x, c.y) < 0) {
+        if (IsPtInCircumCircle2DExact(px, py, a.x, a.y, b.x, b.y, c.x, c.y) < 0) {
             continue;
         }
         m_vecTri[x].mark = 1;

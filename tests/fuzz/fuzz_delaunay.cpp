@@ -83,6 +83,20 @@ double Reach(const CKivPoint3d& p)
 
 // q is one of the inputs, up to the rounding of the shift to a local origin
 // and back (a few units in the last place of the largest finite input).
+// Every plan coordinate a multiple of 2^-8 (and small enough for the
+// multiples to stay exact).
+bool OnCoarseGrid(const std::vector<CKivPoint3d>& pts)
+{
+    for (const CKivPoint3d& p : pts) {
+        for (double v : {p.x * 256.0, p.y * 256.0}) {
+            if (!(std::fabs(v) < 0x1p40) || v != std::nearbyint(v)) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
 bool IsInputPoint(const CKivPoint3d& q, const std::vector<CKivPoint3d>& inputs)
 {
     double reach = 0.0;
@@ -180,22 +194,20 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
 
     const bool constrained = !d.lines.empty() || !d.holes.empty() || !d.outline.empty();
-    // The empty-circle property is decided with an absolute 1e-6 inside the
-    // triangulator, so it is only owed where that is small against the data.
-    // The in-circle test of the triangles that reach the temporary bounding
-    // corners (a few extents away) is also evaluated in doubles: when the
-    // extent is many orders above the spacing its rounding can cut a cavity
-    // short, which leaves a valid but not Delaunay result. So the property is
-    // checked only for extents of at most 1e6 units.
-    double x0 = HUGE_VAL, y0 = HUGE_VAL, x1 = -HUGE_VAL, y1 = -HUGE_VAL;
-    for (const CKivPoint3d& p : corners) {
-        x0 = std::fmin(x0, p.x), y0 = std::fmin(y0, p.y);
-        x1 = std::fmax(x1, p.x), y1 = std::fmax(y1, p.y);
-    }
-    const bool tame = corners.empty() || std::fmax(x1 - x0, y1 - y0) <= 1e6;
-    if (!constrained && !in.Wild() && in.Scale() >= 1.0 && !d.coverHull && tame) {
+    // The triangulator's in-circle test takes a triangle whose doubled area is
+    // at most 1e-6 as degenerate, and a degenerate triangle never joins a
+    // cavity, so a thin sliver can keep triangles beyond it that are not
+    // Delaunay. On a grid of 2^-8 (half that after the shift to the centre)
+    // every doubled area is 0 or above 3.8e-6, and no such sliver can form.
+    if (!constrained && !in.Wild() && !d.coverHull && OnCoarseGrid(inputs)) {
         for (const CKivTri3d& t : tris) {
             for (const CKivPoint3d& p : corners) {
+                if (std::getenv("KIVGEO_FUZZ_VERBOSE") != nullptr &&
+                    tincheck::InCircleStrict(t.m_pt[0], t.m_pt[1], t.m_pt[2], p)) {
+                    std::fprintf(
+                        stderr, "(%.17g, %.17g) in the circle of (%.17g, %.17g) (%.17g, %.17g) (%.17g, %.17g)\n",
+                        p.x, p.y, t.m_pt[0].x, t.m_pt[0].y, t.m_pt[1].x, t.m_pt[1].y, t.m_pt[2].x, t.m_pt[2].y);
+                }
                 KIV_FUZZ_CHECK(!tincheck::InCircleStrict(t.m_pt[0], t.m_pt[1], t.m_pt[2], p));
             }
         }
