@@ -269,6 +269,7 @@ public:
     }
     std::size_t VertexCount() const { return m_verts.size(); }
     bool Touched(int i) const { return i >= 0 && m_touched[static_cast<std::size_t>(i)]; }
+    bool RanAway() const { return m_bRanAway; }
     bool Closed() const
     {
         return std::none_of(m_edges.begin(), m_edges.end(), [](const SFront& e) { return e.alive; });
@@ -276,14 +277,22 @@ public:
 
     // Fills what it can; add(b, a, c) receives each new counter-clockwise
     // triangle. True when it added any.
-    template <class FnAdd> bool Run(FnAdd&& add)
+    // At most maxTris triangles are made: a wrap that would go on (it can,
+    // around vertices that touch themselves, by filling a place twice) stops
+    // there with edges still alive, and RanAway() tells.
+    template <class FnAdd> bool Run(FnAdd&& add, std::size_t maxTris)
     {
         bool added = false;
+        std::size_t made = 0;
         std::vector<std::pair<double, int>> cands;
         // Edges are processed newest first; each added triangle kills one edge
         // and adds at most two, and there are finitely many triangles, so the
         // loop ends.
         while (!m_stack.empty()) {
+            if (made >= maxTris) {
+                m_bRanAway = !Closed();
+                break;
+            }
             const int ie = m_stack.back();
             m_stack.pop_back();
             const SFront e = m_edges[static_cast<std::size_t>(ie)];
@@ -332,6 +341,7 @@ public:
                     m_free[static_cast<std::size_t>(i)] = 0;
                 }
                 added = true;
+                ++made;
                 break;
             }
         }
@@ -399,6 +409,7 @@ private:
     std::vector<SFront> m_edges;
     std::unordered_map<std::uint64_t, int> m_edgeAt;
     std::vector<int> m_stack;
+    bool m_bRanAway = false;
 };
 
 // Fills a counter-clockwise ring that may touch itself at vertices; the
@@ -418,7 +429,12 @@ bool WrapRing(const std::vector<_sVertex*>& ring, std::vector<Triple>& tris)
     for (std::size_t i = 0; i < ring.size(); ++i) {
         wrap.Edge(wrap.Find(ring[(i + 1) % ring.size()]), wrap.Find(ring[i]));
     }
-    wrap.Run([&](_sVertex* a, _sVertex* b, _sVertex* c) { tris.push_back({pos[a], pos[b], pos[c]}); });
+    // A ring of n positions bounds exactly n - 2 triangles.
+    wrap.Run(
+        [&](_sVertex* a, _sVertex* b, _sVertex* c) {
+            tris.push_back({pos[a], pos[b], pos[c]});
+        },
+        ring.size() - 2);
     if (!wrap.Closed()) {
         tris.clear();
         return false;
@@ -751,7 +767,21 @@ bool CKivDelaunay::WrapPockets(bool bReforce)
     if (wrap.VertexCount() < 3) {
         return false;
     }
-    const bool added = wrap.Run([&m](_sVertex* a, _sVertex* b, _sVertex* c) { m.AddTri(a, b, c); });
+    // A plane triangulation of V vertices has fewer than 2V triangles; a wrap
+    // that makes more has overlapped itself and is dropped whole.
+    std::vector<std::array<_sVertex*, 3>> made;
+    wrap.Run(
+        [&made](_sVertex* a, _sVertex* b, _sVertex* c) {
+            made.push_back({a, b, c});
+        },
+        2 * wrap.VertexCount());
+    if (wrap.RanAway()) {
+        made.clear();
+    }
+    for (const auto& t : made) {
+        m.AddTri(t[0], t[1], t[2]);
+    }
+    const bool added = !made.empty();
     if (!added || !bReforce) {
         return false;
     }
