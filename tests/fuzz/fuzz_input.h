@@ -32,6 +32,10 @@
 // Coordinates beyond this are treated like infinities: products of two of
 // them may overflow, so finite results are not owed.
 constexpr double kFuzzHuge = 1e15;
+// Non-zero coordinates below this next to ordinary ones span more than the
+// exact orientation test covers (its products underflow), so validity is not
+// owed for them either.
+constexpr double kFuzzTiny = 1e-120;
 
 inline bool IsFinitePt(const CKivPoint3d& p)
 {
@@ -74,7 +78,8 @@ public:
 
     std::size_t Remaining() const { return m_nSize - m_nPos; }
     bool Empty() const { return m_nPos >= m_nSize; }
-    // True once a NaN, an infinity or a coordinate beyond kFuzzHuge was made.
+    // True once a NaN, an infinity, a coordinate beyond kFuzzHuge or a
+    // non-zero one below kFuzzTiny was made.
     bool Wild() const { return m_bWild; }
     double Scale() const { return m_dScale; }
 
@@ -238,7 +243,7 @@ private:
 
     void Note(double d)
     {
-        if (!(std::fabs(d) <= kFuzzHuge)) {
+        if (!(std::fabs(d) <= kFuzzHuge) || (d != 0.0 && std::fabs(d) < kFuzzTiny)) {
             m_bWild = true;
         }
     }
