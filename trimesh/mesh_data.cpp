@@ -298,13 +298,7 @@ void CKivMeshData::ResetOctTree()
     }
     m_pOctTree = new CKivOctTree;
     m_pOctTree->Create(m_ptMin, m_ptMax, kOctDepth, kOctRatio);
-    const std::size_t n = m_vecTri.size();
-    for (std::size_t i = 0; i < n; ++i) {
-        if (i + kAhead < n) {
-            PrefetchCorners(m_vecTri[i + kAhead]);
-        }
-        m_pOctTree->Insert(m_vecTri[i], CKivOctBox::OfTri(*m_vecTri[i]));
-    }
+    m_pOctTree->InsertAll(m_vecTri);
 }
 
 void CKivMeshData::AddTri(_sVertex* a, _sVertex* b, _sVertex* c)

@@ -1,8 +1,11 @@
 #include "trimesh/oct_tree.h"
 
+#include "trimesh/prefetch.h"
+
 #include <kivgeo/mesh_data.h>
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
 #include <limits>
 
@@ -51,12 +54,127 @@ void ChildSpans(const CKivOctBox& box, int k, double ratio, double lo[2], double
     hi[1] = box.dMax[k] + growHi;
 }
 
-void MakeChildren(CKivOctNode& n, double ratio)
+// Widens a subtree hull. Unlike Widen it settles ties of -0.0 and +0.0 the
+// same way whatever the order of the boxes (-0.0 below, +0.0 above), so that
+// building a tree in bulk gives the very bits that one-by-one insertion does.
+void WidenHull(CKivOctBox& acc, const CKivOctBox& b)
 {
-    n.m_pChild = new CKivOctNode[8];
+    for (int k = 0; k < 3; ++k) {
+        if (b.dMin[k] < acc.dMin[k] || (b.dMin[k] == acc.dMin[k] && std::signbit(b.dMin[k]))) {
+            acc.dMin[k] = b.dMin[k];
+        }
+        if (b.dMax[k] > acc.dMax[k] || (b.dMax[k] == acc.dMax[k] && !std::signbit(b.dMax[k]))) {
+            acc.dMax[k] = b.dMax[k];
+        }
+    }
+}
+
+// Nodes a chunk of the node store holds, in blocks of eight.
+constexpr std::size_t kChunkNodes = 8 * 256;
+
+// Bulk builds keep a triangle's route in 32 bits: 3 bits a level, 4 for
+// the depth. Deeper trees are filled one triangle at a time.
+constexpr int kBulkMaxDepth = 9;
+constexpr int kDepthBits = 4;
+
+// How far ahead the walks over triangles ask for the records and corners
+// they will read.
+constexpr std::size_t kAhead = 8;
+
+inline void PrefetchCorners(const _sTri* t)
+{
+    PrefetchRead(t->pVt[0]);
+    PrefetchRead(t->pVt[1]);
+    PrefetchRead(t->pVt[2]);
+}
+
+// Stable sort of v by its upper 32 bits, of which only the low nBits
+// matter: least significant digit first, 11 bits a pass.
+void SortByHighBits(std::vector<std::uint64_t>& v, int nBits)
+{
+    constexpr int kDigit = 11;
+    constexpr std::size_t kBuckets = std::size_t(1) << kDigit;
+    std::vector<std::uint64_t> tmp(v.size());
+    std::vector<std::size_t> count(kBuckets);
+    for (int shift = 32; shift < 32 + nBits; shift += kDigit) {
+        std::fill(count.begin(), count.end(), 0);
+        for (std::uint64_t x : v) {
+            ++count[(x >> shift) & (kBuckets - 1)];
+        }
+        if (count[(v.front() >> shift) & (kBuckets - 1)] == v.size()) {
+            continue; // one digit value throughout: nothing moves
+        }
+        std::size_t sum = 0;
+        for (std::size_t& c : count) {
+            const std::size_t here = c;
+            c = sum;
+            sum += here;
+        }
+        for (std::uint64_t x : v) {
+            tmp[count[(x >> shift) & (kBuckets - 1)]++] = x;
+        }
+        v.swap(tmp);
+    }
+}
+
+} // namespace
+
+// The first child of n, in child order, whose box contains b: child i takes
+// the high half along axis k when bit k of i is set, so the first one picks
+// the low half along every axis where that fits and the high half elsewhere.
+int CKivOctTree::Route(const CKivOctBox& b, unsigned char* path) const
+{
+    if (!m_pRoot || !m_pRoot->m_box.Contains(b)) {
+        return -1;
+    }
+    // The child boxes come from the parent box by the same operations as in
+    // MakeChildren, so the walk sees the very boxes the nodes hold.
+    CKivOctBox cur = m_pRoot->m_box;
+    int depth = 0;
+    for (; depth < m_nMaxDepth; ++depth) {
+        int child = 0;
+        double nextLo[3], nextHi[3];
+        bool fits = true;
+        for (int k = 0; k < 3 && fits; ++k) {
+            double lo[2], hi[2];
+            ChildSpans(cur, k, m_dRatio, lo, hi);
+            // Written as Contains is, so that a NaN fits nowhere.
+            int side = -1;
+            if (b.dMin[k] >= lo[0] && b.dMax[k] <= hi[0]) {
+                side = 0;
+            } else if (b.dMin[k] >= lo[1] && b.dMax[k] <= hi[1]) {
+                side = 1;
+            }
+            fits = side >= 0;
+            if (fits) {
+                child |= side << k;
+                nextLo[k] = lo[side];
+                nextHi[k] = hi[side];
+            }
+        }
+        if (!fits) {
+            break;
+        }
+        path[depth] = static_cast<unsigned char>(child);
+        for (int k = 0; k < 3; ++k) {
+            cur.dMin[k] = nextLo[k];
+            cur.dMax[k] = nextHi[k];
+        }
+    }
+    return depth;
+}
+
+void CKivOctTree::MakeChildren(CKivOctNode& n)
+{
+    if (m_vecChunk.empty() || m_nChunkUsed == kChunkNodes) {
+        m_vecChunk.emplace_back(new CKivOctNode[kChunkNodes]);
+        m_nChunkUsed = 0;
+    }
+    n.m_pChild = &m_vecChunk.back()[m_nChunkUsed];
+    m_nChunkUsed += 8;
     double lo[3][2], hi[3][2];
     for (int k = 0; k < 3; ++k) {
-        ChildSpans(n.m_box, k, ratio, lo[k], hi[k]);
+        ChildSpans(n.m_box, k, m_dRatio, lo[k], hi[k]);
     }
     for (int i = 0; i < 8; ++i) {
         CKivOctBox& b = n.m_pChild[i].m_box;
@@ -70,26 +188,7 @@ void MakeChildren(CKivOctNode& n, double ratio)
     }
 }
 
-// First child, in child order, whose box contains b; null when none. Worked
-// out from the node's own box, which gives the children's boxes exactly,
-// so that the descent reads one node per level instead of eight.
-CKivOctNode* ContainingChild(const CKivOctNode& n, const CKivOctBox& b, double ratio)
-{
-    bool fits[3][2];
-    for (int k = 0; k < 3; ++k) {
-        double lo[2], hi[2];
-        ChildSpans(n.m_box, k, ratio, lo, hi);
-        // Written as Contains is, so that a NaN fits nowhere.
-        fits[k][0] = b.dMin[k] >= lo[0] && b.dMax[k] <= hi[0];
-        fits[k][1] = b.dMin[k] >= lo[1] && b.dMax[k] <= hi[1];
-    }
-    for (int i = 0; i < 8; ++i) {
-        if (fits[0][i & 1] && fits[1][(i >> 1) & 1] && fits[2][(i >> 2) & 1]) {
-            return &n.m_pChild[i];
-        }
-    }
-    return nullptr;
-}
+namespace {
 
 void CollectNodes(const CKivOctNode& n, const CKivOctBox& q, std::vector<const CKivOctNode*>& out)
 {
@@ -143,11 +242,6 @@ void CollectPairs(const CKivOctNode& n, const CKivOctNode& otherRoot, std::vecto
 
 } // namespace
 
-CKivOctNode::~CKivOctNode()
-{
-    delete[] m_pChild;
-}
-
 void CKivOctTree::Create(const CKivPoint3d& ptMin, const CKivPoint3d& ptMax, int nMaxDepth, double dRatio)
 {
     Destroy();
@@ -165,50 +259,151 @@ void CKivOctTree::Destroy()
 {
     delete m_pRoot;
     m_pRoot = nullptr;
+    m_vecChunk.clear();
+    m_nChunkUsed = 0;
     m_nMaxDepth = -1;
 }
 
 bool CKivOctTree::Insert(_sTri* t, const CKivOctBox& b)
 {
-    if (!m_pRoot || !m_pRoot->m_box.Contains(b)) {
+    unsigned char path[kMaxOctDepth];
+    const int depth = Route(b, path);
+    if (depth < 0) {
         return false;
     }
-    CKivOctNode* path[kMaxOctDepth + 1];
-    int len = 0;
     CKivOctNode* n = m_pRoot;
-    path[len++] = n;
-    for (int depth = 0; depth < m_nMaxDepth; ++depth) {
-        if (!n->m_pChild) {
-            MakeChildren(*n, m_dRatio);
+    for (int level = 0;; ++level) {
+        // Every node the triangle passes through, the storing one included
+        // when it is above the deepest level, gets its children.
+        if (level < m_nMaxDepth && !n->m_pChild) {
+            MakeChildren(*n);
         }
-        CKivOctNode* c = ContainingChild(*n, b, m_dRatio);
-        if (!c) {
+        if (level == depth) {
             break;
         }
-        n = c;
-        path[len++] = n;
+        n = &n->m_pChild[path[level]];
     }
     n->m_vecTri.push_back(t);
     Widen(n->m_boxTri, b);
-    for (int i = 0; i < len; ++i) {
-        ++path[i]->m_nSubTri;
-        Widen(path[i]->m_boxSub, n->m_box);
+    const CKivOctBox box = n->m_box;
+    CKivOctNode* p = m_pRoot;
+    for (int level = 0;; ++level) {
+        ++p->m_nSubTri;
+        WidenHull(p->m_boxSub, box);
+        if (level == depth) {
+            break;
+        }
+        p = &p->m_pChild[path[level]];
     }
     return true;
 }
 
-bool CKivOctTree::Remove(const _sTri* t, const CKivOctBox& b)
+void CKivOctTree::StoreRun(int depth, const unsigned char* path, const std::uint64_t* run, std::size_t count,
+                           const std::vector<_sTri*>& tris)
 {
-    if (!m_pRoot || !m_pRoot->m_box.Contains(b)) {
-        return false;
-    }
     CKivOctNode* n = m_pRoot;
-    while (n->m_pChild) {
-        CKivOctNode* c = ContainingChild(*n, b, m_dRatio);
-        if (!c) {
+    for (int level = 0;; ++level) {
+        if (level < m_nMaxDepth && !n->m_pChild) {
+            MakeChildren(*n);
+        }
+        n->m_nSubTri += count;
+        if (level == depth) {
             break;
         }
-        n = c;
+        n = &n->m_pChild[path[level]];
+    }
+    n->m_vecTri.reserve(n->m_vecTri.size() + count);
+    for (std::size_t j = 0; j < count; ++j) {
+        if (j + kAhead < count) {
+            PrefetchCorners(tris[static_cast<std::uint32_t>(run[j + kAhead])]);
+        }
+        _sTri* t = tris[static_cast<std::uint32_t>(run[j])];
+        n->m_vecTri.push_back(t);
+        Widen(n->m_boxTri, CKivOctBox::OfTri(*t));
+    }
+    const CKivOctBox box = n->m_box;
+    CKivOctNode* p = m_pRoot;
+    for (int level = 0;; ++level) {
+        WidenHull(p->m_boxSub, box);
+        if (level == depth) {
+            break;
+        }
+        p = &p->m_pChild[path[level]];
+    }
+}
+
+void CKivOctTree::InsertAll(const std::vector<_sTri*>& tris)
+{
+    if (!m_pRoot) {
+        return;
+    }
+    const std::size_t n = tris.size();
+    // A triangle's node depends on its box alone, and the nodes a triangle
+    // passes through get their children whatever the order. So, on a fresh
+    // tree, route every triangle first, sort the routes (stable, so each node
+    // keeps the triangles in list order), and build each node once, instead
+    // of walking the tree from the root for every triangle.
+    if (m_pRoot->m_pChild || m_pRoot->m_nSubTri != 0 || m_nMaxDepth > kBulkMaxDepth ||
+        n > std::numeric_limits<std::uint32_t>::max()) {
+        for (std::size_t i = 0; i < n; ++i) {
+            if (i + kAhead < n) {
+                PrefetchCorners(tris[i + kAhead]);
+            }
+            Insert(tris[i], CKivOctBox::OfTri(*tris[i]));
+        }
+        return;
+    }
+    // Key: the child taken at each level, root first, from the top bits
+    // down, then the depth. Sorted, a node comes before its children.
+    const int shift0 = 3 * (m_nMaxDepth - 1) + kDepthBits;
+    std::vector<std::uint64_t> routes;
+    routes.reserve(n);
+    unsigned char path[kMaxOctDepth];
+    for (std::size_t i = 0; i < n; ++i) {
+        if (i + kAhead < n) {
+            PrefetchCorners(tris[i + kAhead]);
+        }
+        const int depth = Route(CKivOctBox::OfTri(*tris[i]), path);
+        if (depth < 0) {
+            continue; // not indexed
+        }
+        std::uint64_t key = static_cast<std::uint64_t>(depth);
+        for (int level = 0; level < depth; ++level) {
+            key |= static_cast<std::uint64_t>(path[level]) << (shift0 - 3 * level);
+        }
+        routes.push_back(key << 32 | i);
+    }
+    if (routes.empty()) {
+        return;
+    }
+    SortByHighBits(routes, 3 * m_nMaxDepth + kDepthBits);
+    for (std::size_t j = 0; j < routes.size();) {
+        const std::uint64_t key = routes[j] >> 32;
+        std::size_t k = j + 1;
+        while (k < routes.size() && routes[k] >> 32 == key) {
+            ++k;
+        }
+        const int depth = static_cast<int>(key & ((1u << kDepthBits) - 1));
+        for (int level = 0; level < depth; ++level) {
+            path[level] = static_cast<unsigned char>((key >> (shift0 - 3 * level)) & 7);
+        }
+        StoreRun(depth, path, &routes[j], k - j, tris);
+        j = k;
+    }
+}
+
+bool CKivOctTree::Remove(const _sTri* t, const CKivOctBox& b)
+{
+    unsigned char path[kMaxOctDepth];
+    const int route = Route(b, path);
+    if (route < 0) {
+        return false;
+    }
+    // Insert's descent, down to where the children end.
+    CKivOctNode* n = m_pRoot;
+    int depth = 0;
+    while (depth < route && n->m_pChild) {
+        n = &n->m_pChild[path[depth++]];
     }
     std::vector<_sTri*>& v = n->m_vecTri;
     const auto it = std::find(v.begin(), v.end(), t);
@@ -216,12 +411,13 @@ bool CKivOctTree::Remove(const _sTri* t, const CKivOctBox& b)
         return false;
     }
     v.erase(it);
-    // The same descent again, to drop the triangle from the subtree counts.
-    for (CKivOctNode* p = m_pRoot;; p = ContainingChild(*p, b, m_dRatio)) {
+    CKivOctNode* p = m_pRoot;
+    for (int level = 0;; ++level) {
         --p->m_nSubTri;
-        if (p == n) {
+        if (level == depth) {
             break;
         }
+        p = &p->m_pChild[path[level]];
     }
     return true;
 }
