@@ -40,18 +40,18 @@ void Widen(CKivOctBox& acc, const CKivOctBox& b)
     }
 }
 
-// The child boxes along axis k of a node's box: the low half is
-// [lo[0], hi[0]], the high half [lo[1], hi[1]], each enlarged as EnlargedBox
-// does (the same operations, so the same doubles).
-void ChildSpans(const CKivOctBox& box, int k, double ratio, double lo[2], double hi[2])
+// The child spans along one axis of a node spanning [dMin, dMax] there: the
+// low half is [lo[0], hi[0]], the high half [lo[1], hi[1]], each enlarged as
+// EnlargedBox does (the same operations, so the same doubles).
+void ChildSpans(double dMin, double dMax, double ratio, double lo[2], double hi[2])
 {
-    const double mid = 0.5 * (box.dMin[k] + box.dMax[k]);
-    const double growLo = 0.5 * ratio * (mid - box.dMin[k]);
-    const double growHi = 0.5 * ratio * (box.dMax[k] - mid);
-    lo[0] = box.dMin[k] - growLo;
+    const double mid = 0.5 * (dMin + dMax);
+    const double growLo = 0.5 * ratio * (mid - dMin);
+    const double growHi = 0.5 * ratio * (dMax - mid);
+    lo[0] = dMin - growLo;
     hi[0] = mid + growLo;
     lo[1] = mid - growHi;
-    hi[1] = box.dMax[k] + growHi;
+    hi[1] = dMax + growHi;
 }
 
 // Widens a subtree hull. Unlike Widen it settles ties of -0.0 and +0.0 the
@@ -75,6 +75,8 @@ constexpr std::size_t kChunkNodes = 8 * 256;
 // Bulk builds keep a triangle's route in 32 bits: 3 bits a level, 4 for
 // the depth. Deeper trees are filled one triangle at a time.
 constexpr int kBulkMaxDepth = 9;
+// Trees up to this deep route through span tables (3 * 2^depth entries).
+constexpr int kSpanMaxDepth = 9;
 constexpr int kDepthBits = 4;
 
 // How far ahead the walks over triangles ask for the records and corners
@@ -127,6 +129,33 @@ int CKivOctTree::Route(const CKivOctBox& b, unsigned char* path) const
     if (!m_pRoot || !m_pRoot->m_box.Contains(b)) {
         return -1;
     }
+    if (!m_vecSpan.empty()) {
+        // Along each axis a node's span depends only on the sides taken
+        // along that axis above it: follow the three axes through the span
+        // tables, without branches on the sides (they are anyone's guess).
+        const std::size_t nTable = m_vecSpan.size() / 3;
+        std::size_t at[3] = {1, 1, 1};
+        int depth = 0;
+        for (; depth < m_nMaxDepth; ++depth) {
+            unsigned child = 0;
+            bool fits = true;
+            for (int k = 0; k < 3; ++k) {
+                const CKivOctSpan& s = m_vecSpan[static_cast<std::size_t>(k) * nTable + at[k]];
+                // Written as Contains is, so that a NaN fits nowhere.
+                const bool low = (b.dMin[k] >= s.dLo[0]) & (b.dMax[k] <= s.dHi[0]);
+                const bool high = (b.dMin[k] >= s.dLo[1]) & (b.dMax[k] <= s.dHi[1]);
+                fits &= low | high;
+                const unsigned side = low ? 0u : 1u;
+                child |= side << k;
+                at[k] = 2 * at[k] + side;
+            }
+            if (!fits) {
+                break;
+            }
+            path[depth] = static_cast<unsigned char>(child);
+        }
+        return depth;
+    }
     // The child boxes come from the parent box by the same operations as in
     // MakeChildren, so the walk sees the very boxes the nodes hold.
     CKivOctBox cur = m_pRoot->m_box;
@@ -137,7 +166,7 @@ int CKivOctTree::Route(const CKivOctBox& b, unsigned char* path) const
         bool fits = true;
         for (int k = 0; k < 3 && fits; ++k) {
             double lo[2], hi[2];
-            ChildSpans(cur, k, m_dRatio, lo, hi);
+            ChildSpans(cur.dMin[k], cur.dMax[k], m_dRatio, lo, hi);
             // Written as Contains is, so that a NaN fits nowhere.
             int side = -1;
             if (b.dMin[k] >= lo[0] && b.dMax[k] <= hi[0]) {
@@ -174,7 +203,7 @@ void CKivOctTree::MakeChildren(CKivOctNode& n)
     m_nChunkUsed += 8;
     double lo[3][2], hi[3][2];
     for (int k = 0; k < 3; ++k) {
-        ChildSpans(n.m_box, k, m_dRatio, lo[k], hi[k]);
+        ChildSpans(n.m_box.dMin[k], n.m_box.dMax[k], m_dRatio, lo[k], hi[k]);
     }
     for (int i = 0; i < 8; ++i) {
         CKivOctBox& b = n.m_pChild[i].m_box;
@@ -253,12 +282,36 @@ void CKivOctTree::Create(const CKivPoint3d& ptMin, const CKivPoint3d& ptMax, int
     m_pRoot->m_box = EnlargedBox(lo, hi, dRatio);
     m_pRoot->m_boxTri = EmptyBox();
     m_pRoot->m_boxSub = EmptyBox();
+    if (m_nMaxDepth > kSpanMaxDepth) {
+        return;
+    }
+    // The span tables: node 1 is the root, the children of node j are 2j
+    // (low half) and 2j + 1 (high half), and entry j holds node j's child
+    // spans, made from node j's span as MakeChildren makes them.
+    const std::size_t nTable = std::size_t(1) << m_nMaxDepth;
+    m_vecSpan.resize(3 * nTable);
+    std::vector<double> span(std::max<std::size_t>(4, 2 * nTable));
+    for (int k = 0; k < 3; ++k) {
+        CKivOctSpan* table = &m_vecSpan[static_cast<std::size_t>(k) * nTable];
+        span[2] = m_pRoot->m_box.dMin[k];
+        span[3] = m_pRoot->m_box.dMax[k];
+        for (std::size_t j = 1; j < nTable; ++j) {
+            ChildSpans(span[2 * j], span[2 * j + 1], m_dRatio, table[j].dLo, table[j].dHi);
+            if (2 * j + 1 < nTable) {
+                for (std::size_t side = 0; side < 2; ++side) {
+                    span[2 * (2 * j + side)] = table[j].dLo[side];
+                    span[2 * (2 * j + side) + 1] = table[j].dHi[side];
+                }
+            }
+        }
+    }
 }
 
 void CKivOctTree::Destroy()
 {
     delete m_pRoot;
     m_pRoot = nullptr;
+    m_vecSpan.clear();
     m_vecChunk.clear();
     m_nChunkUsed = 0;
     m_nMaxDepth = -1;

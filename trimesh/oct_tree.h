@@ -73,6 +73,12 @@ struct CKivOctBox {
     static CKivOctBox OfTri(const _sTri& t);
 };
 
+// The spans of a node's children along one axis: low half, high half.
+struct CKivOctSpan {
+    double dLo[2];
+    double dHi[2];
+};
+
 // What a descent reads and writes at every level (the box, the children, the
 // subtree count) comes first and fills one aligned cache line.
 class KIVGEO_API CKivOctNode {
@@ -153,6 +159,9 @@ private:
     // other lie side by side.
     std::vector<std::unique_ptr<CKivOctNode[]>> m_vecChunk;
     std::size_t m_nChunkUsed = 0;
+    // The child spans of every node along each axis, for Route (empty for
+    // very deep trees); see Create.
+    std::vector<CKivOctSpan> m_vecSpan;
     int m_nMaxDepth = 10;
     double m_dRatio = 0.2;
 };
