@@ -351,8 +351,7 @@ bool CKivOctTree::Insert(_sTri* t, const CKivOctBox& b)
     return true;
 }
 
-void CKivOctTree::StoreRun(int depth, const unsigned char* path, const std::uint64_t* run, std::size_t count,
-                           const std::vector<_sTri*>& tris)
+CKivOctNode* CKivOctTree::StoreNode(int depth, const unsigned char* path, std::size_t count)
 {
     CKivOctNode* n = m_pRoot;
     for (int level = 0;; ++level) {
@@ -365,15 +364,6 @@ void CKivOctTree::StoreRun(int depth, const unsigned char* path, const std::uint
         }
         n = &n->m_pChild[path[level]];
     }
-    n->m_vecTri.reserve(n->m_vecTri.size() + count);
-    for (std::size_t j = 0; j < count; ++j) {
-        if (j + kAhead < count) {
-            PrefetchCorners(tris[static_cast<std::uint32_t>(run[j + kAhead])]);
-        }
-        _sTri* t = tris[static_cast<std::uint32_t>(run[j])];
-        n->m_vecTri.push_back(t);
-        Widen(n->m_boxTri, CKivOctBox::OfTri(*t));
-    }
     const CKivOctBox box = n->m_box;
     CKivOctNode* p = m_pRoot;
     for (int level = 0;; ++level) {
@@ -383,6 +373,8 @@ void CKivOctTree::StoreRun(int depth, const unsigned char* path, const std::uint
         }
         p = &p->m_pChild[path[level]];
     }
+    n->m_vecTri.reserve(n->m_vecTri.size() + count);
+    return n;
 }
 
 void CKivOctTree::InsertAll(const std::vector<_sTri*>& tris)
@@ -440,8 +432,20 @@ void CKivOctTree::InsertAll(const std::vector<_sTri*>& tris)
         for (int level = 0; level < depth; ++level) {
             path[level] = static_cast<unsigned char>((key >> (shift0 - 3 * level)) & 7);
         }
-        StoreRun(depth, path, &routes[j], k - j, tris);
-        j = k;
+        CKivOctNode* node = StoreNode(depth, path, k - j);
+        for (; j < k; ++j) {
+            // Sorted, the triangles come in no useful order: ask for the
+            // records, then for their corners, some triangles ahead.
+            if (j + 2 * kAhead < routes.size()) {
+                PrefetchRead(tris[static_cast<std::uint32_t>(routes[j + 2 * kAhead])]);
+            }
+            if (j + kAhead < routes.size()) {
+                PrefetchCorners(tris[static_cast<std::uint32_t>(routes[j + kAhead])]);
+            }
+            _sTri* t = tris[static_cast<std::uint32_t>(routes[j])];
+            node->m_vecTri.push_back(t);
+            Widen(node->m_boxTri, CKivOctBox::OfTri(*t));
+        }
     }
 }
 

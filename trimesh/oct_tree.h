@@ -149,9 +149,10 @@ private:
     int Route(const CKivOctBox& b, unsigned char* path) const;
     // Gives n its eight children (from the node store).
     void MakeChildren(CKivOctNode& n);
-    // Stores count triangles of one node, found by the route (depth, path).
-    void StoreRun(int depth, const unsigned char* path, const std::uint64_t* run, std::size_t count,
-                  const std::vector<_sTri*>& tris);
+    // The node at the end of the route (depth, path), about to store count
+    // more triangles: makes the children Insert would make on the way and
+    // counts the triangles in; the caller stores them.
+    CKivOctNode* StoreNode(int depth, const unsigned char* path, std::size_t count);
 
     CKivOctNode* m_pRoot = nullptr;
     // Every block of eight children lives in these chunks (freed with the
