@@ -5,6 +5,7 @@
 #include "trimesh/prefetch.h"
 #include "trimesh/tri_pool.h"
 #include "trimesh/vertex_index.h"
+#include "trimesh/vertex_pool.h"
 
 #include <algorithm>
 #include <cfloat>
@@ -36,7 +37,7 @@ inline void PrefetchCorners(const _sTri* t)
 CKivMeshData::CKivMeshData()
     : m_pOctTree(nullptr), m_ptMax(-DBL_MAX, -DBL_MAX, -DBL_MAX), m_ptMin(DBL_MAX, DBL_MAX, DBL_MAX),
       m_pVertexIndex(new CKivVertexIndex), m_nDeadTri(0), m_nFirstDeadTri(kNoDeadTri), m_pPlanIndex(nullptr),
-      m_nPlanWork(0), m_pTriPool(new CKivTriPool)
+      m_nPlanWork(0), m_pTriPool(new CKivTriPool), m_pVertexPool(new CKivVertexPool)
 {
 }
 
@@ -89,9 +90,10 @@ void CKivMeshData::ClearAllData()
     m_ptMax = CKivPoint3d(-DBL_MAX, -DBL_MAX, -DBL_MAX);
     m_ptMin = CKivPoint3d(DBL_MAX, DBL_MAX, DBL_MAX);
     for (_sVertex* v : m_vecVertex) {
-        delete v;
+        FreeVertex(v);
     }
     std::vector<_sVertex*>().swap(m_vecVertex);
+    m_pVertexPool->Clear();
     m_pVertexIndex->Clear();
     ClearTriData();
 }
@@ -372,7 +374,7 @@ void CKivMeshData::DelVoidVet(const _sVertex* v)
 {
     for (std::size_t j = m_vecVertex.size(); j-- > 0;) {
         if (m_vecVertex[j] == v) {
-            delete m_vecVertex[j];
+            FreeVertex(m_vecVertex[j]);
             m_vecVertex.erase(m_vecVertex.begin() + static_cast<std::ptrdiff_t>(j));
             m_pVertexIndex->Invalidate();
             return;
@@ -387,7 +389,7 @@ void CKivMeshData::DelVoidVet()
     for (std::size_t r = 0; r < m_vecVertex.size(); ++r) {
         _sVertex* v = m_vecVertex[r];
         if (v->vecTri.empty()) {
-            delete v;
+            FreeVertex(v);
         } else {
             m_vecVertex[w++] = v;
         }
@@ -411,16 +413,25 @@ void CKivMeshData::ClearTriData()
 
 _sVertex* CKivMeshData::NewVertex(const CKivPoint3d& p)
 {
-    _sVertex* v = new _sVertex;
+    _sVertex* v = m_pVertexPool->New();
     v->pt = p;
     v->nIndex = static_cast<int>(m_vecVertex.size());
     try {
         m_vecVertex.push_back(v);
     } catch (...) {
-        delete v;
+        m_pVertexPool->Delete(v);
         throw;
     }
     return v;
+}
+
+void CKivMeshData::FreeVertex(_sVertex* v)
+{
+    if (m_pVertexPool->Owns(v)) {
+        m_pVertexPool->Delete(v);
+    } else {
+        delete v; // appended by a friend with new
+    }
 }
 
 void CKivMeshData::InvalidateVertexIndex()
