@@ -1035,9 +1035,20 @@ TEST(OctTree, BulkFillMatchesOneByOne)
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         CKivMeshData m;
-        m.InputData(c.tris, true);
         CKivMeshDataInspector in(m);
         const std::vector<_sTri*>& tris = in.Tris();
+        // The tree InputData builds, on an empty mesh and on top of what a
+        // mesh holds, is the tree of one-by-one insertion over the extent.
+        for (bool clear : {true, false}) {
+            m.InputData(c.tris, clear);
+            CKivOctTree one;
+            one.Create(m.GetMinLimit(), m.GetMaxLimit(), 8, 0.2);
+            for (_sTri* t : tris) {
+                one.Insert(t, CKivOctBox::OfTri(*t));
+            }
+            ASSERT_NE(in.Tree(), nullptr);
+            ExpectSameTree(*one.Root(), *in.Tree()->Root(), 0);
+        }
         // The mesh extent, and one that leaves part of the triangles out.
         CKivPoint3d lo = m.GetMinLimit(), hi = m.GetMaxLimit();
         for (int shrink = 0; shrink < 2; ++shrink) {

@@ -377,51 +377,42 @@ CKivOctNode* CKivOctTree::StoreNode(int depth, const unsigned char* path, std::s
     return n;
 }
 
-void CKivOctTree::InsertAll(const std::vector<_sTri*>& tris)
+bool CKivOctTree::CanFillInBulk(std::size_t n) const
 {
-    if (!m_pRoot) {
-        return;
-    }
-    const std::size_t n = tris.size();
-    // A triangle's node depends on its box alone, and the nodes a triangle
-    // passes through get their children whatever the order. So, on a fresh
-    // tree, route every triangle first, sort the routes (stable, so each node
-    // keeps the triangles in list order), and build each node once, instead
-    // of walking the tree from the root for every triangle.
-    if (m_pRoot->m_pChild || m_pRoot->m_nSubTri != 0 || m_nMaxDepth > kBulkMaxDepth ||
-        n > std::numeric_limits<std::uint32_t>::max()) {
-        for (std::size_t i = 0; i < n; ++i) {
-            if (i + kAhead < n) {
-                PrefetchCorners(tris[i + kAhead]);
-            }
-            Insert(tris[i], CKivOctBox::OfTri(*tris[i]));
-        }
-        return;
+    return m_pRoot && !m_pRoot->m_pChild && m_pRoot->m_nSubTri == 0 && m_nMaxDepth <= kBulkMaxDepth &&
+           n <= std::numeric_limits<std::uint32_t>::max();
+}
+
+void CKivOctTree::AddRoute(const CKivOctBox& b, std::size_t i, std::vector<std::uint64_t>& routes) const
+{
+    unsigned char path[kMaxOctDepth];
+    const int depth = Route(b, path);
+    if (depth < 0) {
+        return; // not indexed
     }
     // Key: the child taken at each level, root first, from the top bits
     // down, then the depth. Sorted, a node comes before its children.
     const int shift0 = 3 * (m_nMaxDepth - 1) + kDepthBits;
-    std::vector<std::uint64_t> routes;
-    routes.reserve(n);
-    unsigned char path[kMaxOctDepth];
-    for (std::size_t i = 0; i < n; ++i) {
-        if (i + kAhead < n) {
-            PrefetchCorners(tris[i + kAhead]);
-        }
-        const int depth = Route(CKivOctBox::OfTri(*tris[i]), path);
-        if (depth < 0) {
-            continue; // not indexed
-        }
-        std::uint64_t key = static_cast<std::uint64_t>(depth);
-        for (int level = 0; level < depth; ++level) {
-            key |= static_cast<std::uint64_t>(path[level]) << (shift0 - 3 * level);
-        }
-        routes.push_back(key << 32 | i);
+    std::uint64_t key = static_cast<std::uint64_t>(depth);
+    for (int level = 0; level < depth; ++level) {
+        key |= static_cast<std::uint64_t>(path[level]) << (shift0 - 3 * level);
     }
+    routes.push_back(key << 32 | i);
+}
+
+void CKivOctTree::FillInBulk(std::vector<std::uint64_t>& routes, const std::vector<_sTri*>& tris)
+{
+    // A triangle's node depends on its box alone, and the nodes a triangle
+    // passes through get their children whatever the order. So route every
+    // triangle first, sort the routes (stable, so each node keeps its
+    // triangles in list order), and build each node once, instead of walking
+    // the tree from the root for every triangle.
     if (routes.empty()) {
         return;
     }
     SortByHighBits(routes, 3 * m_nMaxDepth + kDepthBits);
+    const int shift0 = 3 * (m_nMaxDepth - 1) + kDepthBits;
+    unsigned char path[kMaxOctDepth];
     for (std::size_t j = 0; j < routes.size();) {
         const std::uint64_t key = routes[j] >> 32;
         std::size_t k = j + 1;
@@ -447,6 +438,29 @@ void CKivOctTree::InsertAll(const std::vector<_sTri*>& tris)
             Widen(node->m_boxTri, CKivOctBox::OfTri(*t));
         }
     }
+}
+
+void CKivOctTree::InsertAll(const std::vector<_sTri*>& tris)
+{
+    const std::size_t n = tris.size();
+    if (!CanFillInBulk(n)) {
+        for (std::size_t i = 0; i < n && m_pRoot; ++i) {
+            if (i + kAhead < n) {
+                PrefetchCorners(tris[i + kAhead]);
+            }
+            Insert(tris[i], CKivOctBox::OfTri(*tris[i]));
+        }
+        return;
+    }
+    std::vector<std::uint64_t> routes;
+    routes.reserve(n);
+    for (std::size_t i = 0; i < n; ++i) {
+        if (i + kAhead < n) {
+            PrefetchCorners(tris[i + kAhead]);
+        }
+        AddRoute(CKivOctBox::OfTri(*tris[i]), i, routes);
+    }
+    FillInBulk(routes, tris);
 }
 
 bool CKivOctTree::Remove(const _sTri* t, const CKivOctBox& b)

@@ -126,6 +126,14 @@ public:
     // Fastest on a tree fresh from Create (then it works out every
     // triangle's node first and builds each node once).
     void InsertAll(const std::vector<_sTri*>& tris);
+    // InsertAll in steps, for a caller that has the triangles' boxes at hand
+    // anyway. On a tree for which CanFillInBulk(n) holds (fresh from Create,
+    // at most 9 levels), AddRoute(box of tris[i], i, routes) for each i in
+    // increasing order, then FillInBulk(routes, tris), stores tris as
+    // InsertAll does.
+    bool CanFillInBulk(std::size_t n) const;
+    void AddRoute(const CKivOctBox& b, std::size_t i, std::vector<std::uint64_t>& routes) const;
+    void FillInBulk(std::vector<std::uint64_t>& routes, const std::vector<_sTri*>& tris);
     // Removes t, found by the same descent with the same box; false when it is
     // not there.
     bool Remove(const _sTri* t, const CKivOctBox& b);
