@@ -169,6 +169,7 @@ void CKivMeshData::InputData(const std::vector<CKivTri3d>& tris, bool bClear)
             l.reserve(l.size() + extra[j]);
         }
     }
+    std::vector<std::uint32_t>().swap(extra);
     m_vecTri.reserve(m_vecTri.size() + n);
     for (std::size_t i = 0; i < n; ++i) {
         // The corners' records first, then (once they are in) their lists.
@@ -190,6 +191,8 @@ void CKivMeshData::InputData(const std::vector<CKivTri3d>& tris, bool bClear)
             v->vecTri.push_back(t);
         }
     }
+    // The corner table goes before the octree's working arrays come.
+    std::vector<int>().swap(corner);
     ResetOctTree();
 }
 
