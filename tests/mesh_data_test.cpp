@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstring>
 #include <limits>
+#include <map>
 #include <random>
 #include <set>
 #include <vector>
@@ -248,11 +250,21 @@ TEST(MeshData, DegenerateTriangleIsKept)
     ASSERT_EQ(in.Verts()[0]->vecTri.size(), 2u);
     EXPECT_EQ(in.Verts()[0]->vecTri[0], in.Verts()[0]->vecTri[1]);
     EXPECT_EQ(in.IndexDefaultPt(in.Tris()[0], in.Verts()[0], in.Verts()[0]), 2);
-    // Deleting it empties both lists.
+    // Deleting it empties both lists and keeps the vertices, until they go
+    // as void ones.
     in.DelTri(in.Tris()[0]);
+    in.DelTri(nullptr);
     in.CompactTris();
+    EXPECT_EQ(m.TriNum(), 0u);
+    ASSERT_EQ(in.Verts().size(), 2u);
     EXPECT_TRUE(in.Verts()[0]->vecTri.empty());
     EXPECT_TRUE(in.Verts()[1]->vecTri.empty());
+    m.ClearVoidVet();
+    EXPECT_TRUE(in.Verts().empty());
+    // The extent is only reset by ClearAllData.
+    EXPECT_EQ(m.GetMaxLimit().x, 2.0);
+    m.ClearAllData();
+    EXPECT_EQ(m.GetMaxLimit().x, -DBL_MAX);
 }
 
 TEST(MeshData, VertexLookupsFollowTheBackwardScan)
@@ -306,24 +318,6 @@ TEST(MeshData, MovedVerticesAreFoundAfterInvalidation)
     EXPECT_EQ(in.Verts().size(), 99u);
     EXPECT_EQ(m.GetVertexIndex(P(-8.0, -4.0, 1.0)), 41);
     EXPECT_EQ(in.Verts()[41]->nIndex, 42);
-}
-
-TEST(MeshData, DeleteAndVoidVertices)
-{
-    CKivMeshData m;
-    m.InputData({CKivTri3d(P(0.0, 0.0, 0.0), P(1.0, 0.0, 0.0), P(0.0, 1.0, 0.0))}, true);
-    CKivMeshDataInspector in(m);
-    in.DelTri(in.Tris()[0]);
-    in.CompactTris();
-    EXPECT_EQ(m.TriNum(), 0u);
-    EXPECT_EQ(in.Verts().size(), 3u);
-    in.DelTri(nullptr);
-    m.ClearVoidVet();
-    EXPECT_TRUE(in.Verts().empty());
-    // The extent is only reset by ClearAllData.
-    EXPECT_EQ(m.GetMaxLimit().x, 1.0);
-    m.ClearAllData();
-    EXPECT_EQ(m.GetMaxLimit().x, -DBL_MAX);
 }
 
 // Void-vertex removal against the plain erase-while-walking-down, then the
@@ -706,6 +700,96 @@ void AllNodes(const CKivOctNode& n, int depth, std::vector<std::pair<const CKivO
     }
 }
 
+bool SameBits(const CKivOctBox& a, const CKivOctBox& b)
+{
+    return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+// The two trees hold the same nodes (boxes to the bit, children, counts,
+// hulls) and every node the same triangles in the same order.
+void ExpectSameTree(const CKivOctNode& a, const CKivOctNode& b, int depth)
+{
+    ASSERT_TRUE(SameBits(a.m_box, b.m_box)) << "depth " << depth;
+    ASSERT_TRUE(SameBits(a.m_boxTri, b.m_boxTri)) << "depth " << depth;
+    ASSERT_TRUE(SameBits(a.m_boxSub, b.m_boxSub)) << "depth " << depth;
+    ASSERT_EQ(a.m_nSubTri, b.m_nSubTri);
+    ASSERT_EQ(a.m_vecTri, b.m_vecTri);
+    ASSERT_EQ(a.m_pChild == nullptr, b.m_pChild == nullptr) << "depth " << depth;
+    if (a.m_pChild) {
+        for (int i = 0; i < 8; ++i) {
+            ExpectSameTree(a.m_pChild[i], b.m_pChild[i], depth + 1);
+        }
+    }
+}
+
+// Checks a tree against the insertion rule read plainly: each triangle sits
+// where the walk through the first containing child ends, the nodes with
+// children are exactly those such walks passed above the deepest level, and
+// the counts and boxes are what the stored triangles make them.
+void ExpectPlainInsertion(const CKivOctTree& tree, const std::vector<_sTri*>& tris)
+{
+    const CKivOctNode* root = tree.Root();
+    std::map<const CKivOctNode*, std::vector<_sTri*>> lists;
+    std::map<const CKivOctNode*, std::size_t> sub;
+    std::map<const CKivOctNode*, CKivOctBox> boxTri, boxSub;
+    std::set<const CKivOctNode*> passed;
+    const double big = std::numeric_limits<double>::max();
+    const CKivOctBox empty{{big, big, big}, {-big, -big, -big}};
+    const auto widen = [](CKivOctBox& acc, const CKivOctBox& b) {
+        for (int k = 0; k < 3; ++k) {
+            acc.dMin[k] = std::min(acc.dMin[k], b.dMin[k]);
+            acc.dMax[k] = std::max(acc.dMax[k], b.dMax[k]);
+        }
+    };
+    for (_sTri* t : tris) {
+        const CKivOctBox b = CKivOctBox::OfTri(*t);
+        if (!root->m_box.Contains(b)) {
+            continue;
+        }
+        std::vector<const CKivOctNode*> path{root};
+        for (int depth = 0; depth < tree.MaxDepth(); ++depth) {
+            const CKivOctNode* n = path.back();
+            passed.insert(n);
+            ASSERT_NE(n->m_pChild, nullptr);
+            const CKivOctNode* next = nullptr;
+            for (int i = 0; i < 8 && !next; ++i) {
+                if (n->m_pChild[i].m_box.Contains(b)) {
+                    next = &n->m_pChild[i];
+                }
+            }
+            if (!next) {
+                break;
+            }
+            path.push_back(next);
+        }
+        const CKivOctNode* n = path.back();
+        lists[n].push_back(t);
+        boxTri.emplace(n, empty);
+        widen(boxTri[n], b);
+        for (const CKivOctNode* p : path) {
+            ++sub[p];
+            boxSub.emplace(p, empty);
+            widen(boxSub[p], n->m_box);
+        }
+    }
+    std::vector<std::pair<const CKivOctNode*, int>> all;
+    AllNodes(*root, 0, all);
+    for (const auto& nd : all) {
+        const CKivOctNode* n = nd.first;
+        EXPECT_EQ(n->m_pChild != nullptr, passed.count(n) == 1);
+        EXPECT_EQ(n->m_vecTri, lists[n]);
+        EXPECT_EQ(n->m_nSubTri, sub[n]);
+        const CKivOctBox bt = boxTri.count(n) ? boxTri[n] : empty;
+        const CKivOctBox bs = boxSub.count(n) ? boxSub[n] : empty;
+        for (int k = 0; k < 3; ++k) {
+            EXPECT_EQ(n->m_boxTri.dMin[k], bt.dMin[k]);
+            EXPECT_EQ(n->m_boxTri.dMax[k], bt.dMax[k]);
+            EXPECT_EQ(n->m_boxSub.dMin[k], bs.dMin[k]);
+            EXPECT_EQ(n->m_boxSub.dMax[k], bs.dMax[k]);
+        }
+    }
+}
+
 } // namespace
 
 TEST(OctTree, LayoutAndQueries)
@@ -728,7 +812,6 @@ TEST(OctTree, LayoutAndQueries)
 
     std::vector<std::pair<const CKivOctNode*, int>> all;
     AllNodes(*tree->Root(), 0, all);
-    std::set<const _sTri*> stored;
     for (const auto& nd : all) {
         const CKivOctNode& n = *nd.first;
         EXPECT_LE(nd.second, 8);
@@ -738,35 +821,10 @@ TEST(OctTree, LayoutAndQueries)
             EXPECT_NEAR(n.m_pChild[1].m_box.dMin[0], n.m_box.dMin[0] + half - 0.1 * half, 1e-6 * half);
             EXPECT_NEAR(n.m_pChild[0].m_box.dMax[0], n.m_box.dMin[0] + 1.1 * half, 1e-6 * half);
         }
-        for (const _sTri* t : n.m_vecTri) {
-            EXPECT_TRUE(stored.insert(t).second);
-            const CKivOctBox b = CKivOctBox::OfTri(*t);
-            EXPECT_TRUE(n.m_box.Contains(b));
-            // Stored as deep as it goes: no child would take it.
-            if (n.m_pChild && nd.second < 8) {
-                for (int i = 0; i < 8; ++i) {
-                    EXPECT_FALSE(n.m_pChild[i].m_box.Contains(b));
-                }
-            }
-            // And where the plain descent puts it: always the first child,
-            // in child order, that contains the box.
-            const CKivOctNode* walk = tree->Root();
-            for (int depth = 0; depth < 8 && walk->m_pChild; ++depth) {
-                const CKivOctNode* next = nullptr;
-                for (int i = 0; i < 8 && !next; ++i) {
-                    if (walk->m_pChild[i].m_box.Contains(b)) {
-                        next = &walk->m_pChild[i];
-                    }
-                }
-                if (!next) {
-                    break;
-                }
-                walk = next;
-            }
-            EXPECT_EQ(walk, &n);
-        }
     }
-    EXPECT_EQ(stored.size(), tris.size());
+    // Every triangle where the plain descent puts it, each exactly once.
+    ExpectPlainInsertion(*tree, in.Tris());
+    EXPECT_EQ(tree->Root()->m_nSubTri, tris.size());
 
     std::uniform_real_distribution<double> ux(lo.x, hi.x), uy(lo.y, hi.y), us(0.0, 20.0);
     std::vector<const CKivOctNode*> nodes;
@@ -898,4 +956,85 @@ TEST(OctTree, LifecycleAndTrianglesOutsideTheRoot)
     in.ClearTriData();
     in.ResetOctTree();
     EXPECT_EQ(in.Tree(), nullptr);
+}
+
+// Filling a fresh tree in bulk builds exactly the tree that inserting the
+// triangles one by one does, and both follow the plain insertion rule: on
+// TINs, on triangles of every size, on pathological inputs (all corners in
+// one point, NaN and infinite corners, boxes beyond the root, huge and tiny
+// coordinates) and at every depth.
+TEST(OctTree, BulkFillMatchesOneByOne)
+{
+    std::mt19937 rng(21);
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    std::uniform_real_distribution<double> u(0.0, 1.0);
+    const auto scatter = [&](double scale, double x0, int n, double size) {
+        std::vector<CKivTri3d> tris;
+        for (int i = 0; i < n; ++i) {
+            const CKivPoint3d a = P(x0 + u(rng) * scale, x0 + u(rng) * scale, u(rng) * scale * 0.1);
+            const double s = size * scale * u(rng) * u(rng);
+            tris.emplace_back(a, P(a.x + s, a.y, a.z), P(a.x, a.y + s * u(rng), a.z + s));
+        }
+        return tris;
+    };
+    struct Case {
+        const char* name;
+        std::vector<CKivTri3d> tris;
+    };
+    std::vector<Case> cases;
+    cases.push_back({"tin", RandomSoup(rng, 40, 30, 500000.0, 3000000.0, 10.0, 0.0)});
+    cases.push_back({"sizes", scatter(100.0, 0.0, 1500, 0.5)});
+    cases.push_back({"tiny", scatter(1e-9, 1e-9, 400, 0.3)});
+    cases.push_back({"huge", scatter(1e300, -5e299, 400, 0.3)});
+    std::vector<CKivTri3d> point(300, CKivTri3d(P(3.0, -0.0, 0.0), P(3.0, 0.0, -0.0), P(3.0, -0.0, -0.0)));
+    cases.push_back({"one point", point});
+    std::vector<CKivTri3d> odd = scatter(10.0, 0.0, 300, 0.2);
+    for (std::size_t i = 0; i < odd.size(); i += 7) {
+        odd[i].m_pt[i % 3].y = (i % 2) ? nan : inf;
+    }
+    cases.push_back({"nan and inf", odd});
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        CKivMeshData m;
+        CKivMeshDataInspector in(m);
+        const std::vector<_sTri*>& tris = in.Tris();
+        // The tree InputData builds, on an empty mesh and on top of what a
+        // mesh holds, is the tree of one-by-one insertion over the extent.
+        for (bool clear : {true, false}) {
+            m.InputData(c.tris, clear);
+            CKivOctTree one;
+            one.Create(m.GetMinLimit(), m.GetMaxLimit(), 8, 0.2);
+            for (_sTri* t : tris) {
+                one.Insert(t, CKivOctBox::OfTri(*t));
+            }
+            ASSERT_NE(in.Tree(), nullptr);
+            ExpectSameTree(*one.Root(), *in.Tree()->Root(), 0);
+        }
+        // The mesh extent, and one that leaves part of the triangles out.
+        CKivPoint3d lo = m.GetMinLimit(), hi = m.GetMaxLimit();
+        for (int shrink = 0; shrink < 2; ++shrink) {
+            if (shrink) {
+                hi = P(0.5 * (lo.x + hi.x), hi.y, hi.z);
+            }
+            for (int depth : {0, 1, 3, 8, 9, 10}) {
+                SCOPED_TRACE(depth);
+                CKivOctTree one, bulk;
+                one.Create(lo, hi, depth, 0.2);
+                bulk.Create(lo, hi, depth, 0.2);
+                for (_sTri* t : tris) {
+                    one.Insert(t, CKivOctBox::OfTri(*t));
+                }
+                bulk.InsertAll(tris);
+                ExpectSameTree(*one.Root(), *bulk.Root(), 0);
+                ExpectPlainInsertion(bulk, tris);
+                // A tree that already holds triangles takes more the same way.
+                one.InsertAll(tris);
+                for (_sTri* t : tris) {
+                    bulk.Insert(t, CKivOctBox::OfTri(*t));
+                }
+                ExpectSameTree(*one.Root(), *bulk.Root(), 0);
+            }
+        }
+    }
 }

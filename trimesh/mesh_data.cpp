@@ -5,6 +5,7 @@
 #include "trimesh/prefetch.h"
 #include "trimesh/tri_pool.h"
 #include "trimesh/vertex_index.h"
+#include "trimesh/vertex_pool.h"
 
 #include <algorithm>
 #include <cfloat>
@@ -36,7 +37,7 @@ inline void PrefetchCorners(const _sTri* t)
 CKivMeshData::CKivMeshData()
     : m_pOctTree(nullptr), m_ptMax(-DBL_MAX, -DBL_MAX, -DBL_MAX), m_ptMin(DBL_MAX, DBL_MAX, DBL_MAX),
       m_pVertexIndex(new CKivVertexIndex), m_nDeadTri(0), m_nFirstDeadTri(kNoDeadTri), m_pPlanIndex(nullptr),
-      m_nPlanWork(0), m_pTriPool(new CKivTriPool)
+      m_nPlanWork(0), m_pTriPool(new CKivTriPool), m_pVertexPool(new CKivVertexPool)
 {
 }
 
@@ -89,9 +90,10 @@ void CKivMeshData::ClearAllData()
     m_ptMax = CKivPoint3d(-DBL_MAX, -DBL_MAX, -DBL_MAX);
     m_ptMin = CKivPoint3d(DBL_MAX, DBL_MAX, DBL_MAX);
     for (_sVertex* v : m_vecVertex) {
-        delete v;
+        FreeVertex(v);
     }
     std::vector<_sVertex*>().swap(m_vecVertex);
+    m_pVertexPool->Clear();
     m_pVertexIndex->Clear();
     ClearTriData();
 }
@@ -167,6 +169,7 @@ void CKivMeshData::InputData(const std::vector<CKivTri3d>& tris, bool bClear)
             l.reserve(l.size() + extra[j]);
         }
     }
+    std::vector<std::uint32_t>().swap(extra);
     m_vecTri.reserve(m_vecTri.size() + n);
     for (std::size_t i = 0; i < n; ++i) {
         // The corners' records first, then (once they are in) their lists.
@@ -188,6 +191,8 @@ void CKivMeshData::InputData(const std::vector<CKivTri3d>& tris, bool bClear)
             v->vecTri.push_back(t);
         }
     }
+    // The corner table goes before the octree's working arrays come.
+    std::vector<int>().swap(corner);
     ResetOctTree();
 }
 
@@ -298,13 +303,7 @@ void CKivMeshData::ResetOctTree()
     }
     m_pOctTree = new CKivOctTree;
     m_pOctTree->Create(m_ptMin, m_ptMax, kOctDepth, kOctRatio);
-    const std::size_t n = m_vecTri.size();
-    for (std::size_t i = 0; i < n; ++i) {
-        if (i + kAhead < n) {
-            PrefetchCorners(m_vecTri[i + kAhead]);
-        }
-        m_pOctTree->Insert(m_vecTri[i], CKivOctBox::OfTri(*m_vecTri[i]));
-    }
+    m_pOctTree->InsertAll(m_vecTri);
 }
 
 void CKivMeshData::AddTri(_sVertex* a, _sVertex* b, _sVertex* c)
@@ -378,7 +377,7 @@ void CKivMeshData::DelVoidVet(const _sVertex* v)
 {
     for (std::size_t j = m_vecVertex.size(); j-- > 0;) {
         if (m_vecVertex[j] == v) {
-            delete m_vecVertex[j];
+            FreeVertex(m_vecVertex[j]);
             m_vecVertex.erase(m_vecVertex.begin() + static_cast<std::ptrdiff_t>(j));
             m_pVertexIndex->Invalidate();
             return;
@@ -393,7 +392,7 @@ void CKivMeshData::DelVoidVet()
     for (std::size_t r = 0; r < m_vecVertex.size(); ++r) {
         _sVertex* v = m_vecVertex[r];
         if (v->vecTri.empty()) {
-            delete v;
+            FreeVertex(v);
         } else {
             m_vecVertex[w++] = v;
         }
@@ -417,16 +416,25 @@ void CKivMeshData::ClearTriData()
 
 _sVertex* CKivMeshData::NewVertex(const CKivPoint3d& p)
 {
-    _sVertex* v = new _sVertex;
+    _sVertex* v = m_pVertexPool->New();
     v->pt = p;
     v->nIndex = static_cast<int>(m_vecVertex.size());
     try {
         m_vecVertex.push_back(v);
     } catch (...) {
-        delete v;
+        m_pVertexPool->Delete(v);
         throw;
     }
     return v;
+}
+
+void CKivMeshData::FreeVertex(_sVertex* v)
+{
+    if (m_pVertexPool->Owns(v)) {
+        m_pVertexPool->Delete(v);
+    } else {
+        delete v; // appended by a friend with new
+    }
 }
 
 void CKivMeshData::InvalidateVertexIndex()

@@ -1,8 +1,11 @@
 #include "trimesh/oct_tree.h"
 
+#include "trimesh/prefetch.h"
+
 #include <kivgeo/mesh_data.h>
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
 #include <limits>
 
@@ -37,26 +40,170 @@ void Widen(CKivOctBox& acc, const CKivOctBox& b)
     }
 }
 
-// The child boxes along axis k of a node's box: the low half is
-// [lo[0], hi[0]], the high half [lo[1], hi[1]], each enlarged as EnlargedBox
-// does (the same operations, so the same doubles).
-void ChildSpans(const CKivOctBox& box, int k, double ratio, double lo[2], double hi[2])
+// The child spans along one axis of a node spanning [dMin, dMax] there: the
+// low half is [lo[0], hi[0]], the high half [lo[1], hi[1]], each enlarged as
+// EnlargedBox does (the same operations, so the same doubles).
+void ChildSpans(double dMin, double dMax, double ratio, double lo[2], double hi[2])
 {
-    const double mid = 0.5 * (box.dMin[k] + box.dMax[k]);
-    const double growLo = 0.5 * ratio * (mid - box.dMin[k]);
-    const double growHi = 0.5 * ratio * (box.dMax[k] - mid);
-    lo[0] = box.dMin[k] - growLo;
+    const double mid = 0.5 * (dMin + dMax);
+    const double growLo = 0.5 * ratio * (mid - dMin);
+    const double growHi = 0.5 * ratio * (dMax - mid);
+    lo[0] = dMin - growLo;
     hi[0] = mid + growLo;
     lo[1] = mid - growHi;
-    hi[1] = box.dMax[k] + growHi;
+    hi[1] = dMax + growHi;
 }
 
-void MakeChildren(CKivOctNode& n, double ratio)
+// Widens a subtree hull. Unlike Widen it settles ties of -0.0 and +0.0 the
+// same way whatever the order of the boxes (-0.0 below, +0.0 above), so that
+// building a tree in bulk gives the very bits that one-by-one insertion does.
+void WidenHull(CKivOctBox& acc, const CKivOctBox& b)
 {
-    n.m_pChild = new CKivOctNode[8];
+    for (int k = 0; k < 3; ++k) {
+        if (b.dMin[k] < acc.dMin[k] || (b.dMin[k] == acc.dMin[k] && std::signbit(b.dMin[k]))) {
+            acc.dMin[k] = b.dMin[k];
+        }
+        if (b.dMax[k] > acc.dMax[k] || (b.dMax[k] == acc.dMax[k] && !std::signbit(b.dMax[k]))) {
+            acc.dMax[k] = b.dMax[k];
+        }
+    }
+}
+
+// Nodes a chunk of the node store holds, in blocks of eight.
+constexpr std::size_t kChunkNodes = 8 * 256;
+
+// Bulk builds keep a triangle's route in 32 bits: 3 bits a level, 4 for
+// the depth. Deeper trees are filled one triangle at a time.
+constexpr int kBulkMaxDepth = 9;
+// Trees up to this deep route through span tables (3 * 2^depth entries).
+constexpr int kSpanMaxDepth = 9;
+constexpr int kDepthBits = 4;
+
+// How far ahead the walks over triangles ask for the records and corners
+// they will read.
+constexpr std::size_t kAhead = 8;
+
+inline void PrefetchCorners(const _sTri* t)
+{
+    PrefetchRead(t->pVt[0]);
+    PrefetchRead(t->pVt[1]);
+    PrefetchRead(t->pVt[2]);
+}
+
+// Stable sort of v by its upper 32 bits, of which only the low nBits
+// matter: least significant digit first, 11 bits a pass.
+void SortByHighBits(std::vector<std::uint64_t>& v, int nBits)
+{
+    constexpr int kDigit = 11;
+    constexpr std::size_t kBuckets = std::size_t(1) << kDigit;
+    std::vector<std::uint64_t> tmp(v.size());
+    std::vector<std::size_t> count(kBuckets);
+    for (int shift = 32; shift < 32 + nBits; shift += kDigit) {
+        std::fill(count.begin(), count.end(), 0);
+        for (std::uint64_t x : v) {
+            ++count[(x >> shift) & (kBuckets - 1)];
+        }
+        if (count[(v.front() >> shift) & (kBuckets - 1)] == v.size()) {
+            continue; // one digit value throughout: nothing moves
+        }
+        std::size_t sum = 0;
+        for (std::size_t& c : count) {
+            const std::size_t here = c;
+            c = sum;
+            sum += here;
+        }
+        for (std::uint64_t x : v) {
+            tmp[count[(x >> shift) & (kBuckets - 1)]++] = x;
+        }
+        v.swap(tmp);
+    }
+}
+
+} // namespace
+
+// The first child of n, in child order, whose box contains b: child i takes
+// the high half along axis k when bit k of i is set, so the first one picks
+// the low half along every axis where that fits and the high half elsewhere.
+int CKivOctTree::Route(const CKivOctBox& b, unsigned char* path) const
+{
+    if (!m_pRoot || !m_pRoot->m_box.Contains(b)) {
+        return -1;
+    }
+    if (!m_vecSpan.empty()) {
+        // Along each axis a node's span depends only on the sides taken
+        // along that axis above it: follow the three axes through the span
+        // tables, without branches on the sides (they are anyone's guess).
+        const std::size_t nTable = m_vecSpan.size() / 3;
+        std::size_t at[3] = {1, 1, 1};
+        int depth = 0;
+        for (; depth < m_nMaxDepth; ++depth) {
+            unsigned child = 0;
+            bool fits = true;
+            for (int k = 0; k < 3; ++k) {
+                const CKivOctSpan& s = m_vecSpan[static_cast<std::size_t>(k) * nTable + at[k]];
+                // Written as Contains is, so that a NaN fits nowhere.
+                const bool low = (b.dMin[k] >= s.dLo[0]) & (b.dMax[k] <= s.dHi[0]);
+                const bool high = (b.dMin[k] >= s.dLo[1]) & (b.dMax[k] <= s.dHi[1]);
+                fits &= low | high;
+                const unsigned side = low ? 0u : 1u;
+                child |= side << k;
+                at[k] = 2 * at[k] + side;
+            }
+            if (!fits) {
+                break;
+            }
+            path[depth] = static_cast<unsigned char>(child);
+        }
+        return depth;
+    }
+    // The child boxes come from the parent box by the same operations as in
+    // MakeChildren, so the walk sees the very boxes the nodes hold.
+    CKivOctBox cur = m_pRoot->m_box;
+    int depth = 0;
+    for (; depth < m_nMaxDepth; ++depth) {
+        int child = 0;
+        double nextLo[3], nextHi[3];
+        bool fits = true;
+        for (int k = 0; k < 3 && fits; ++k) {
+            double lo[2], hi[2];
+            ChildSpans(cur.dMin[k], cur.dMax[k], m_dRatio, lo, hi);
+            // Written as Contains is, so that a NaN fits nowhere.
+            int side = -1;
+            if (b.dMin[k] >= lo[0] && b.dMax[k] <= hi[0]) {
+                side = 0;
+            } else if (b.dMin[k] >= lo[1] && b.dMax[k] <= hi[1]) {
+                side = 1;
+            }
+            fits = side >= 0;
+            if (fits) {
+                child |= side << k;
+                nextLo[k] = lo[side];
+                nextHi[k] = hi[side];
+            }
+        }
+        if (!fits) {
+            break;
+        }
+        path[depth] = static_cast<unsigned char>(child);
+        for (int k = 0; k < 3; ++k) {
+            cur.dMin[k] = nextLo[k];
+            cur.dMax[k] = nextHi[k];
+        }
+    }
+    return depth;
+}
+
+void CKivOctTree::MakeChildren(CKivOctNode& n)
+{
+    if (m_vecChunk.empty() || m_nChunkUsed == kChunkNodes) {
+        m_vecChunk.emplace_back(new CKivOctNode[kChunkNodes]);
+        m_nChunkUsed = 0;
+    }
+    n.m_pChild = &m_vecChunk.back()[m_nChunkUsed];
+    m_nChunkUsed += 8;
     double lo[3][2], hi[3][2];
     for (int k = 0; k < 3; ++k) {
-        ChildSpans(n.m_box, k, ratio, lo[k], hi[k]);
+        ChildSpans(n.m_box.dMin[k], n.m_box.dMax[k], m_dRatio, lo[k], hi[k]);
     }
     for (int i = 0; i < 8; ++i) {
         CKivOctBox& b = n.m_pChild[i].m_box;
@@ -70,26 +217,7 @@ void MakeChildren(CKivOctNode& n, double ratio)
     }
 }
 
-// First child, in child order, whose box contains b; null when none. Worked
-// out from the node's own box, which gives the children's boxes exactly,
-// so that the descent reads one node per level instead of eight.
-CKivOctNode* ContainingChild(const CKivOctNode& n, const CKivOctBox& b, double ratio)
-{
-    bool fits[3][2];
-    for (int k = 0; k < 3; ++k) {
-        double lo[2], hi[2];
-        ChildSpans(n.m_box, k, ratio, lo, hi);
-        // Written as Contains is, so that a NaN fits nowhere.
-        fits[k][0] = b.dMin[k] >= lo[0] && b.dMax[k] <= hi[0];
-        fits[k][1] = b.dMin[k] >= lo[1] && b.dMax[k] <= hi[1];
-    }
-    for (int i = 0; i < 8; ++i) {
-        if (fits[0][i & 1] && fits[1][(i >> 1) & 1] && fits[2][(i >> 2) & 1]) {
-            return &n.m_pChild[i];
-        }
-    }
-    return nullptr;
-}
+namespace {
 
 void CollectNodes(const CKivOctNode& n, const CKivOctBox& q, std::vector<const CKivOctNode*>& out)
 {
@@ -143,11 +271,6 @@ void CollectPairs(const CKivOctNode& n, const CKivOctNode& otherRoot, std::vecto
 
 } // namespace
 
-CKivOctNode::~CKivOctNode()
-{
-    delete[] m_pChild;
-}
-
 void CKivOctTree::Create(const CKivPoint3d& ptMin, const CKivPoint3d& ptMax, int nMaxDepth, double dRatio)
 {
     Destroy();
@@ -159,56 +282,199 @@ void CKivOctTree::Create(const CKivPoint3d& ptMin, const CKivPoint3d& ptMax, int
     m_pRoot->m_box = EnlargedBox(lo, hi, dRatio);
     m_pRoot->m_boxTri = EmptyBox();
     m_pRoot->m_boxSub = EmptyBox();
+    if (m_nMaxDepth > kSpanMaxDepth) {
+        return;
+    }
+    // The span tables: node 1 is the root, the children of node j are 2j
+    // (low half) and 2j + 1 (high half), and entry j holds node j's child
+    // spans, made from node j's span as MakeChildren makes them.
+    const std::size_t nTable = std::size_t(1) << m_nMaxDepth;
+    m_vecSpan.resize(3 * nTable);
+    std::vector<double> span(std::max<std::size_t>(4, 2 * nTable));
+    for (int k = 0; k < 3; ++k) {
+        CKivOctSpan* table = &m_vecSpan[static_cast<std::size_t>(k) * nTable];
+        span[2] = m_pRoot->m_box.dMin[k];
+        span[3] = m_pRoot->m_box.dMax[k];
+        for (std::size_t j = 1; j < nTable; ++j) {
+            ChildSpans(span[2 * j], span[2 * j + 1], m_dRatio, table[j].dLo, table[j].dHi);
+            if (2 * j + 1 < nTable) {
+                for (std::size_t side = 0; side < 2; ++side) {
+                    span[2 * (2 * j + side)] = table[j].dLo[side];
+                    span[2 * (2 * j + side) + 1] = table[j].dHi[side];
+                }
+            }
+        }
+    }
 }
 
 void CKivOctTree::Destroy()
 {
     delete m_pRoot;
     m_pRoot = nullptr;
+    m_vecSpan.clear();
+    m_vecChunk.clear();
+    m_nChunkUsed = 0;
     m_nMaxDepth = -1;
 }
 
 bool CKivOctTree::Insert(_sTri* t, const CKivOctBox& b)
 {
-    if (!m_pRoot || !m_pRoot->m_box.Contains(b)) {
+    unsigned char path[kMaxOctDepth];
+    const int depth = Route(b, path);
+    if (depth < 0) {
         return false;
     }
-    CKivOctNode* path[kMaxOctDepth + 1];
-    int len = 0;
     CKivOctNode* n = m_pRoot;
-    path[len++] = n;
-    for (int depth = 0; depth < m_nMaxDepth; ++depth) {
-        if (!n->m_pChild) {
-            MakeChildren(*n, m_dRatio);
+    for (int level = 0;; ++level) {
+        // Every node the triangle passes through, the storing one included
+        // when it is above the deepest level, gets its children.
+        if (level < m_nMaxDepth && !n->m_pChild) {
+            MakeChildren(*n);
         }
-        CKivOctNode* c = ContainingChild(*n, b, m_dRatio);
-        if (!c) {
+        if (level == depth) {
             break;
         }
-        n = c;
-        path[len++] = n;
+        n = &n->m_pChild[path[level]];
     }
     n->m_vecTri.push_back(t);
     Widen(n->m_boxTri, b);
-    for (int i = 0; i < len; ++i) {
-        ++path[i]->m_nSubTri;
-        Widen(path[i]->m_boxSub, n->m_box);
+    const CKivOctBox box = n->m_box;
+    CKivOctNode* p = m_pRoot;
+    for (int level = 0;; ++level) {
+        ++p->m_nSubTri;
+        WidenHull(p->m_boxSub, box);
+        if (level == depth) {
+            break;
+        }
+        p = &p->m_pChild[path[level]];
     }
     return true;
 }
 
-bool CKivOctTree::Remove(const _sTri* t, const CKivOctBox& b)
+CKivOctNode* CKivOctTree::StoreNode(int depth, const unsigned char* path, std::size_t count)
 {
-    if (!m_pRoot || !m_pRoot->m_box.Contains(b)) {
-        return false;
-    }
     CKivOctNode* n = m_pRoot;
-    while (n->m_pChild) {
-        CKivOctNode* c = ContainingChild(*n, b, m_dRatio);
-        if (!c) {
+    for (int level = 0;; ++level) {
+        if (level < m_nMaxDepth && !n->m_pChild) {
+            MakeChildren(*n);
+        }
+        n->m_nSubTri += count;
+        if (level == depth) {
             break;
         }
-        n = c;
+        n = &n->m_pChild[path[level]];
+    }
+    const CKivOctBox box = n->m_box;
+    CKivOctNode* p = m_pRoot;
+    for (int level = 0;; ++level) {
+        WidenHull(p->m_boxSub, box);
+        if (level == depth) {
+            break;
+        }
+        p = &p->m_pChild[path[level]];
+    }
+    n->m_vecTri.reserve(n->m_vecTri.size() + count);
+    return n;
+}
+
+bool CKivOctTree::CanFillInBulk(std::size_t n) const
+{
+    return m_pRoot && !m_pRoot->m_pChild && m_pRoot->m_nSubTri == 0 && m_nMaxDepth <= kBulkMaxDepth &&
+           n <= std::numeric_limits<std::uint32_t>::max();
+}
+
+void CKivOctTree::AddRoute(const CKivOctBox& b, std::size_t i, std::vector<std::uint64_t>& routes) const
+{
+    unsigned char path[kMaxOctDepth];
+    const int depth = Route(b, path);
+    if (depth < 0) {
+        return; // not indexed
+    }
+    // Key: the child taken at each level, root first, from the top bits
+    // down, then the depth. Sorted, a node comes before its children.
+    const int shift0 = 3 * (m_nMaxDepth - 1) + kDepthBits;
+    std::uint64_t key = static_cast<std::uint64_t>(depth);
+    for (int level = 0; level < depth; ++level) {
+        key |= static_cast<std::uint64_t>(path[level]) << (shift0 - 3 * level);
+    }
+    routes.push_back(key << 32 | i);
+}
+
+void CKivOctTree::FillInBulk(std::vector<std::uint64_t>& routes, const std::vector<_sTri*>& tris)
+{
+    // A triangle's node depends on its box alone, and the nodes a triangle
+    // passes through get their children whatever the order. So route every
+    // triangle first, sort the routes (stable, so each node keeps its
+    // triangles in list order), and build each node once, instead of walking
+    // the tree from the root for every triangle.
+    if (routes.empty()) {
+        return;
+    }
+    SortByHighBits(routes, 3 * m_nMaxDepth + kDepthBits);
+    const int shift0 = 3 * (m_nMaxDepth - 1) + kDepthBits;
+    unsigned char path[kMaxOctDepth];
+    for (std::size_t j = 0; j < routes.size();) {
+        const std::uint64_t key = routes[j] >> 32;
+        std::size_t k = j + 1;
+        while (k < routes.size() && routes[k] >> 32 == key) {
+            ++k;
+        }
+        const int depth = static_cast<int>(key & ((1u << kDepthBits) - 1));
+        for (int level = 0; level < depth; ++level) {
+            path[level] = static_cast<unsigned char>((key >> (shift0 - 3 * level)) & 7);
+        }
+        CKivOctNode* node = StoreNode(depth, path, k - j);
+        for (; j < k; ++j) {
+            // Sorted, the triangles come in no useful order: ask for the
+            // records, then for their corners, some triangles ahead.
+            if (j + 2 * kAhead < routes.size()) {
+                PrefetchRead(tris[static_cast<std::uint32_t>(routes[j + 2 * kAhead])]);
+            }
+            if (j + kAhead < routes.size()) {
+                PrefetchCorners(tris[static_cast<std::uint32_t>(routes[j + kAhead])]);
+            }
+            _sTri* t = tris[static_cast<std::uint32_t>(routes[j])];
+            node->m_vecTri.push_back(t);
+            Widen(node->m_boxTri, CKivOctBox::OfTri(*t));
+        }
+    }
+}
+
+void CKivOctTree::InsertAll(const std::vector<_sTri*>& tris)
+{
+    const std::size_t n = tris.size();
+    if (!CanFillInBulk(n)) {
+        for (std::size_t i = 0; i < n && m_pRoot; ++i) {
+            if (i + kAhead < n) {
+                PrefetchCorners(tris[i + kAhead]);
+            }
+            Insert(tris[i], CKivOctBox::OfTri(*tris[i]));
+        }
+        return;
+    }
+    std::vector<std::uint64_t> routes;
+    routes.reserve(n);
+    for (std::size_t i = 0; i < n; ++i) {
+        if (i + kAhead < n) {
+            PrefetchCorners(tris[i + kAhead]);
+        }
+        AddRoute(CKivOctBox::OfTri(*tris[i]), i, routes);
+    }
+    FillInBulk(routes, tris);
+}
+
+bool CKivOctTree::Remove(const _sTri* t, const CKivOctBox& b)
+{
+    unsigned char path[kMaxOctDepth];
+    const int route = Route(b, path);
+    if (route < 0) {
+        return false;
+    }
+    // Insert's descent, down to where the children end.
+    CKivOctNode* n = m_pRoot;
+    int depth = 0;
+    while (depth < route && n->m_pChild) {
+        n = &n->m_pChild[path[depth++]];
     }
     std::vector<_sTri*>& v = n->m_vecTri;
     const auto it = std::find(v.begin(), v.end(), t);
@@ -216,12 +482,13 @@ bool CKivOctTree::Remove(const _sTri* t, const CKivOctBox& b)
         return false;
     }
     v.erase(it);
-    // The same descent again, to drop the triangle from the subtree counts.
-    for (CKivOctNode* p = m_pRoot;; p = ContainingChild(*p, b, m_dRatio)) {
+    CKivOctNode* p = m_pRoot;
+    for (int level = 0;; ++level) {
         --p->m_nSubTri;
-        if (p == n) {
+        if (level == depth) {
             break;
         }
+        p = &p->m_pChild[path[level]];
     }
     return true;
 }

@@ -41,6 +41,8 @@
 #include <limits>
 
 #include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace TriMesh {
@@ -71,12 +73,19 @@ struct CKivOctBox {
     static CKivOctBox OfTri(const _sTri& t);
 };
 
+// The spans of a node's children along one axis: low half, high half.
+struct CKivOctSpan {
+    double dLo[2];
+    double dHi[2];
+};
+
 // What a descent reads and writes at every level (the box, the children, the
 // subtree count) comes first and fills one aligned cache line.
 class KIVGEO_API CKivOctNode {
 public:
     CKivOctNode() = default;
-    ~CKivOctNode();
+    // Children belong to the tree's node store, not to their parent.
+    ~CKivOctNode() = default;
     CKivOctNode(const CKivOctNode&) = delete;
     CKivOctNode& operator=(const CKivOctNode&) = delete;
 
@@ -112,6 +121,19 @@ public:
 
     // Stores t under box b; false when the root does not contain b.
     bool Insert(_sTri* t, const CKivOctBox& b);
+    // Stores every triangle of tris (no nulls), in order, under its own box:
+    // the same nodes, lists and boxes as calling Insert for each in turn.
+    // Fastest on a tree fresh from Create (then it works out every
+    // triangle's node first and builds each node once).
+    void InsertAll(const std::vector<_sTri*>& tris);
+    // InsertAll in steps, for a caller that has the triangles' boxes at hand
+    // anyway. On a tree for which CanFillInBulk(n) holds (fresh from Create,
+    // at most 9 levels), AddRoute(box of tris[i], i, routes) for each i in
+    // increasing order, then FillInBulk(routes, tris), stores tris as
+    // InsertAll does.
+    bool CanFillInBulk(std::size_t n) const;
+    void AddRoute(const CKivOctBox& b, std::size_t i, std::vector<std::uint64_t>& routes) const;
+    void FillInBulk(std::vector<std::uint64_t>& routes, const std::vector<_sTri*>& tris);
     // Removes t, found by the same descent with the same box; false when it is
     // not there.
     bool Remove(const _sTri* t, const CKivOctBox& b);
@@ -129,8 +151,26 @@ public:
 
 private:
     void Query(const CKivOctBox& q, std::vector<const CKivOctNode*>& out) const;
+    // The descent of Insert, worked out from the boxes alone: the child taken
+    // below each level (path[0] below the root) and the depth of the node
+    // that stores b; -1 when the root does not contain b.
+    int Route(const CKivOctBox& b, unsigned char* path) const;
+    // Gives n its eight children (from the node store).
+    void MakeChildren(CKivOctNode& n);
+    // The node at the end of the route (depth, path), about to store count
+    // more triangles: makes the children Insert would make on the way and
+    // counts the triangles in; the caller stores them.
+    CKivOctNode* StoreNode(int depth, const unsigned char* path, std::size_t count);
 
     CKivOctNode* m_pRoot = nullptr;
+    // Every block of eight children lives in these chunks (freed with the
+    // tree): one allocation per many nodes, and blocks made one after the
+    // other lie side by side.
+    std::vector<std::unique_ptr<CKivOctNode[]>> m_vecChunk;
+    std::size_t m_nChunkUsed = 0;
+    // The child spans of every node along each axis, for Route (empty for
+    // very deep trees); see Create.
+    std::vector<CKivOctSpan> m_vecSpan;
     int m_nMaxDepth = 10;
     double m_dRatio = 0.2;
 };

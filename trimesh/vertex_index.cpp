@@ -155,6 +155,28 @@ bool CKivVertexGrid::AxisCells(double v, Cell* out, int& n) const
     return true;
 }
 
+bool CKivVertexGrid::OneBucket(const double c[3], std::size_t& b) const
+{
+    Cell cell[3] = {{0, 0}, {0, 0}, {0, 0}};
+    for (int a = 0; a < m_nAxes; ++a) {
+        // AxisCells maps [v - reach, v + reach] to absolute cells and nothing
+        // else when that interval lies within 1 <= |v| < m_dExactFrom (a NaN
+        // fails here too); then the cells are those of its two ends.
+        const double lo = c[a] - m_dReach, hi = c[a] + m_dReach;
+        if (!((lo >= 1.0 && hi <= m_dExactBelow) || (lo >= -m_dExactBelow && hi <= -1.0))) {
+            return false;
+        }
+        const std::int64_t kLo = static_cast<std::int64_t>(std::floor(lo * m_dInvCell));
+        const std::int64_t kHi = static_cast<std::int64_t>(std::floor(hi * m_dInvCell));
+        if (kLo != kHi) {
+            return false;
+        }
+        cell[a] = Cell{kSpaceAbs, static_cast<std::uint64_t>(kLo)};
+    }
+    b = Bucket(cell);
+    return true;
+}
+
 std::size_t CKivVertexGrid::Bucket(const Cell* c) const
 {
     std::uint64_t k[3];
@@ -291,7 +313,10 @@ int CKivVertexIndex::Find3D(const std::vector<_sVertex*>& verts, const CKivPoint
         return -1;
     }
     Ensure(m_grid3D, verts);
-    return m_grid3D.FindLast(p, [&p](const CKivPoint3d& q) { return q == p; });
+    // Equal doubles are equal under CompDouble: settle those inline, which is
+    // how the corners of an exported surface meet again.
+    return m_grid3D.FindLast(
+        p, [&p](const CKivPoint3d& q) { return (q.x == p.x && q.y == p.y && q.z == p.z) || q == p; });
 }
 
 int CKivVertexIndex::Find2D(const std::vector<_sVertex*>& verts, const CKivPoint3d& p)

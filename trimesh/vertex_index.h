@@ -90,6 +90,10 @@ private:
 
     // The cell of v along one axis; false for NaN.
     bool AxisCell(double v, Cell& c) const;
+    // The common case, told apart cheaply: along every axis the values that
+    // can pass the test against c lie in one absolute cell. Then the one
+    // bucket to search is b, the bucket AxisCells would lead to as well.
+    bool OneBucket(const double c[3], std::size_t& b) const;
     // The cells along one axis that can hold a value passing the test against
     // v; false for NaN.
     bool AxisCells(double v, Cell* out, int& n) const;
@@ -147,6 +151,17 @@ template <class Test> int CKivVertexGrid::FindLast(const CKivPoint3d& p, Test te
         return -1;
     }
     const double c[3] = {p.x, p.y, p.z};
+    std::size_t one;
+    if (OneBucket(c, one)) {
+        for (std::int32_t pos = m_vecHead[one]; pos >= 0;) {
+            const Entry& e = m_vecEntry[static_cast<std::size_t>(pos)];
+            if (test(e.pt)) {
+                return pos;
+            }
+            pos = e.nNext < pos ? e.nNext : -1;
+        }
+        return -1;
+    }
     Cell cells[3][kMaxAxisCells];
     int count[3] = {1, 1, 1};
     cells[2][0] = Cell{0, 0};

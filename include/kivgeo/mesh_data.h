@@ -63,6 +63,7 @@ class CKivOctTree;
 class CKivVertexIndex;
 class CKivPlanIndex;
 class CKivTriPool;
+class CKivVertexPool;
 
 class CKivDelaunay;
 class CKivMeshQuery;
@@ -225,6 +226,10 @@ private:
     void DropPlanIndex();
     // Where the triangle records live (AddTri, InputData, DelTri).
     std::unique_ptr<CKivTriPool> m_pTriPool;
+    // Where the vertex records made by NewVertex live; FreeVertex gives any
+    // record back (to the pool, or with delete when a friend made it).
+    std::unique_ptr<CKivVertexPool> m_pVertexPool;
+    void FreeVertex(_sVertex* v);
 };
 
 } // namespace TriMesh
