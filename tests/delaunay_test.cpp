@@ -187,9 +187,28 @@ struct CPlain {
     }
 };
 
+// Each vertex's triangle list as positions in the mesh's triangle list.
+std::vector<std::vector<int>> VertexLists(CKivMeshDataInspector& mi)
+{
+    std::unordered_map<const _sTri*, int> pos;
+    for (std::size_t j = 0; j < mi.Tris().size(); ++j) {
+        pos[mi.Tris()[j]] = static_cast<int>(j);
+    }
+    std::vector<std::vector<int>> out;
+    for (const _sVertex* v : mi.Verts()) {
+        out.emplace_back();
+        for (const _sTri* t : v->vecTri) {
+            out.back().push_back(pos.count(t) ? pos[t] : -1);
+        }
+    }
+    return out;
+}
+
 // Runs the plain algorithm over the points (merging as AddVertex does).
-// Returns the triangles as vertex-index triples in list order.
-std::vector<Triple> PlainRun(const Pts& pts, bool merge, bool& cycled)
+// Returns the triangles as vertex-index triples in list order, and each
+// vertex's list.
+std::vector<Triple> PlainRun(const Pts& pts, bool merge, bool& cycled,
+                             std::vector<std::vector<int>>* lists = nullptr)
 {
     CKivMeshData mesh;
     CKivDelaunay d(mesh);
@@ -217,6 +236,9 @@ std::vector<Triple> PlainRun(const Pts& pts, bool merge, bool& cycled)
     }
     di.TranslateCoord(true);
     cycled = plain.cycled;
+    if (lists) {
+        *lists = VertexLists(plain.mi);
+    }
     std::unordered_map<const _sVertex*, int> id;
     for (std::size_t i = 0; i < plain.mi.Verts().size(); ++i) {
         id[plain.mi.Verts()[i]] = static_cast<int>(i);
@@ -537,7 +559,8 @@ TEST(Delaunay, SameTrianglesAsPlainAlgorithm)
         }
         }
         bool cycled = false;
-        const std::vector<Triple> plain = PlainRun(pts, true, cycled);
+        std::vector<std::vector<int>> plainLists;
+        const std::vector<Triple> plain = PlainRun(pts, true, cycled, &plainLists);
         CRun run;
         Triangulate(run, pts);
         ASSERT_TRUE(run.ok);
@@ -559,6 +582,10 @@ TEST(Delaunay, SameTrianglesAsPlainAlgorithm)
         const int kind = round / 2;
         if (kind != 3 && kind != 5) {
             EXPECT_EQ(plain, fast) << "round " << round;
+            // The lists are written back in bulk: each must still hold its
+            // triangles in the order they were attached.
+            CKivMeshDataInspector mi(run.mesh);
+            EXPECT_EQ(plainLists, VertexLists(mi)) << "round " << round;
         }
     }
     EXPECT_GE(compared, 10);

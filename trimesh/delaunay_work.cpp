@@ -100,26 +100,53 @@ void CKivDelaunayWork::Load(const std::vector<_sVertex*>& verts, const std::vect
     m_bLoaded = true;
 }
 
+// The slots of the new survivors sorted by creation number: a radix sort
+// (11 bits a pass) of (number, slot) keys, as a comparison sort of two
+// million keys costs several times more.
+void CKivDelaunayWork::CreationOrder(std::vector<std::uint32_t>& order) const
+{
+    const std::uint32_t nLoaded = static_cast<std::uint32_t>(m_vecSrc.size());
+    std::vector<std::uint64_t> key;
+    key.reserve(static_cast<std::size_t>(m_nLive));
+    for (std::size_t t = 0; t < m_vecTri.size(); ++t) {
+        const STri& r = m_vecTri[t];
+        if (r.v[0] >= 0 && r.seq >= nLoaded) {
+            key.push_back(static_cast<std::uint64_t>(r.seq) << 32 | t);
+        }
+    }
+    constexpr int kBits = 11;
+    constexpr std::uint64_t kMask = (1u << kBits) - 1;
+    std::vector<std::uint64_t> tmp(key.size());
+    for (int shift = 32; shift < 64 && (static_cast<std::uint64_t>(m_nSeq) << 32 >> shift) != 0; shift += kBits) {
+        std::size_t count[(1u << kBits) + 1] = {};
+        for (std::uint64_t k : key) {
+            ++count[((k >> shift) & kMask) + 1];
+        }
+        for (std::size_t b = 0; b < (1u << kBits); ++b) {
+            count[b + 1] += count[b];
+        }
+        for (std::uint64_t k : key) {
+            tmp[count[(k >> shift) & kMask]++] = k;
+        }
+        key.swap(tmp);
+    }
+    order.resize(key.size());
+    for (std::size_t j = 0; j < key.size(); ++j) {
+        order[j] = static_cast<std::uint32_t>(key[j]);
+    }
+}
+
 void CKivDelaunayWork::Store(const FnDel& del, const FnAdd& add)
 {
     for (std::uint32_t q : m_vecDeadSrc) {
         del(m_vecSrc[q]);
     }
-    // The new survivors in creation order.
-    const std::uint32_t nLoaded = static_cast<std::uint32_t>(m_vecSrc.size());
-    std::vector<std::uint64_t> order;
-    order.reserve(static_cast<std::size_t>(m_nLive));
-    for (std::size_t t = 0; t < m_vecTri.size(); ++t) {
-        const STri& r = m_vecTri[t];
-        if (r.v[0] >= 0 && r.seq >= nLoaded) {
-            order.push_back(static_cast<std::uint64_t>(r.seq) << 32 | t);
-        }
-    }
-    std::sort(order.begin(), order.end());
+    std::vector<std::uint32_t> order;
+    CreationOrder(order);
     // Size every list once: the new triangles per corner.
     std::fill(m_vecStamp.begin(), m_vecStamp.end(), 0);
-    for (std::uint64_t o : order) {
-        for (int c : m_vecTri[o & 0xffffffffu].v) {
+    for (std::uint32_t o : order) {
+        for (int c : m_vecTri[o].v) {
             ++m_vecStamp[static_cast<std::size_t>(c)];
         }
     }
@@ -129,9 +156,27 @@ void CKivDelaunayWork::Store(const FnDel& del, const FnAdd& add)
             l.reserve(l.size() + static_cast<std::size_t>(m_vecStamp[i]));
         }
     }
-    for (std::uint64_t o : order) {
-        const STri& r = m_vecTri[o & 0xffffffffu];
+    for (std::uint32_t o : order) {
+        const STri& r = m_vecTri[o];
         add(m_vecVert[r.v[0]], m_vecVert[r.v[1]], m_vecVert[r.v[2]]);
+    }
+    Clear();
+}
+
+void CKivDelaunayWork::Export(std::vector<const _sTri*>& dead, std::vector<int>& corners)
+{
+    dead.clear();
+    for (std::uint32_t q : m_vecDeadSrc) {
+        dead.push_back(m_vecSrc[q]);
+    }
+    std::vector<std::uint32_t> order;
+    CreationOrder(order);
+    corners.resize(3 * order.size());
+    for (std::size_t j = 0; j < order.size(); ++j) {
+        const STri& r = m_vecTri[order[j]];
+        corners[3 * j] = r.v[0];
+        corners[3 * j + 1] = r.v[1];
+        corners[3 * j + 2] = r.v[2];
     }
     Clear();
 }
@@ -326,6 +371,42 @@ int CKivDelaunayWork::StartTri(double px, double py) const
     return -1;
 }
 
+void CKivDelaunayWork::PrefetchStart(const int* next, std::size_t count) const
+{
+    if (m_nCols <= 0) {
+        return;
+    }
+    const auto cellOf = [this](int iv) {
+        const SVert& p = m_vecPt[static_cast<std::size_t>(iv)];
+        return static_cast<std::size_t>(CellOf(p.x, p.y));
+    };
+    if (count >= 4) {
+        __builtin_prefetch(&m_vecCell[cellOf(next[3])]);
+    }
+    if (count >= 3) {
+        const int u = m_vecCell[cellOf(next[2])];
+        if (u >= 0) {
+            __builtin_prefetch(&m_vecPt[static_cast<std::size_t>(u)]);
+        }
+    }
+    if (count >= 2) {
+        const int u = m_vecCell[cellOf(next[1])];
+        const int t = u >= 0 ? m_vecPt[static_cast<std::size_t>(u)].tri : -1;
+        if (t >= 0) {
+            __builtin_prefetch(&m_vecTri[static_cast<std::size_t>(t)]);
+        }
+    }
+    if (count >= 1) {
+        const int u = m_vecCell[cellOf(next[0])];
+        const int t = u >= 0 ? m_vecPt[static_cast<std::size_t>(u)].tri : -1;
+        if (t >= 0 && m_vecTri[static_cast<std::size_t>(t)].v[0] >= 0) {
+            for (int c : m_vecTri[static_cast<std::size_t>(t)].v) {
+                __builtin_prefetch(&m_vecPt[static_cast<std::size_t>(c)]);
+            }
+        }
+    }
+}
+
 void CKivDelaunayWork::PrepareLocate(double xmin, double ymin, double xmax, double ymax, std::size_t nPoints)
 {
     m_dX0 = xmin;
@@ -354,13 +435,15 @@ void CKivDelaunayWork::GridPut(int iv)
     }
 }
 
-// About two inserted points per cell; rebuilt each time the number of
-// inserted points grows fourfold, so the rebuilds cost O(n) in all.
+// One inserted point per cell (then up to four until the next rebuild: the
+// cell is fetched ahead, so a finer grid costs little and shortens the
+// walks); rebuilt each time the number of inserted points grows fourfold, so
+// the rebuilds cost O(n) in all.
 void CKivDelaunayWork::GridRebuild()
 {
     const double w = std::max(m_dX1 - m_dX0, 1e-300);
     const double h = std::max(m_dY1 - m_dY0, 1e-300);
-    const double cells = std::max(1.0, static_cast<double>(m_nInserted) / 2.0);
+    const double cells = std::max(1.0, static_cast<double>(m_nInserted));
     // fmin/fmax rather than clamp: an infinite or NaN extent must still give
     // counts in range (fmax drops the NaN).
     const double cols = std::fmin(std::fmax(std::sqrt(cells * w / h), 1.0), 8192.0);

@@ -50,10 +50,21 @@ public:
     // Inserts vertex iv (an index into the loaded vertex list); false when it
     // cannot be placed (outside the triangulation, on an existing vertex).
     bool Insert(int iv);
+    // A hint before Insert: the vertices to insert next (up to four, the
+    // next first). Insertions in file order jump across the map, so each
+    // one's start of the walk is a chain of cache misses (grid cell, vertex,
+    // triangle, corners); this issues each link of the chain one insertion
+    // ahead of the next, so they arrive while the current point is inserted.
+    void PrefetchStart(const int* next, std::size_t count) const;
     // Writes the changes back into the mesh (DelTri for the loaded triangles
     // that died, AddTri for the new survivors in creation order) and
     // compacts its triangle list. The work is empty afterwards.
     void Store(const FnDel& del, const FnAdd& add);
+    // The same outcome handed over for a bulk write-back: the loaded
+    // triangles that died, and the corners (vertex indices, three per
+    // triangle) of the new survivors in creation order. The work is empty
+    // afterwards, so its memory is free before the mesh records are made.
+    void Export(std::vector<const _sTri*>& dead, std::vector<int>& corners);
     // Drops everything loaded.
     void Clear();
     bool IsLoaded() const { return m_bLoaded; }
@@ -91,6 +102,7 @@ private:
 
     int NewTri(int a, int b, int c);
     void Renumber();
+    void CreationOrder(std::vector<std::uint32_t>& order) const;
     void FreeTri(int t);
     int LegacyWalk(int start, double px, double py) const;
     int ExactLocate(int start, double px, double py) const;
@@ -130,8 +142,8 @@ private:
     std::vector<int> m_vecStamp;   // per vertex: insertion stamp (interior-vertex check)
     int m_nStamp = 0;
 
-    // Coarse grid of inserted vertices (the last one per cell), refined
-    // each time their number grows fourfold.
+    // Grid of inserted vertices (the last one per cell), refined each time
+    // their number grows fourfold.
     double m_dX0 = 0, m_dY0 = 0, m_dX1 = 0, m_dY1 = 0;
     double m_dInvW = 0, m_dInvH = 0;
     int m_nCols = 0, m_nRows = 0;
