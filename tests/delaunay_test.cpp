@@ -528,7 +528,7 @@ TEST(Delaunay, SameTrianglesAsPlainAlgorithm)
 {
     std::mt19937 rng(42);
     int compared = 0;
-    for (int round = 0; round < 12; ++round) {
+    for (int round = 0; round < 14; ++round) {
         const bool utm = round % 2 == 1;
         const double x0 = utm ? 500000.0 : 0.0, y0 = utm ? 3000000.0 : 0.0;
         Pts pts;
@@ -548,7 +548,24 @@ TEST(Delaunay, SameTrianglesAsPlainAlgorithm)
         case 4:
             pts = Random(rng, 300, x0, y0, 5.0);
             break;
-        default: {
+        case 6: {
+            // Wheels: rings of points, then each centre, whose cavity is the
+            // whole ring (a large fan), then points in between.
+            std::uniform_real_distribution<double> u(0.0, 1.0);
+            for (int w = 0; w < 6; ++w) {
+                const double cx = x0 + 100.0 + 800.0 * u(rng), cy = y0 + 100.0 + 800.0 * u(rng);
+                const int k = 30 + 10 * w;
+                for (int i = 0; i < k; ++i) {
+                    const double a = 6.283185307179586 * i / k;
+                    pts.emplace_back(cx + 40.0 * std::cos(a), cy + 40.0 * std::sin(a), 1.0);
+                }
+                pts.emplace_back(cx, cy, 2.0);
+            }
+            const Pts fill = Random(rng, 300, x0, y0, 1000.0);
+            pts.insert(pts.end(), fill.begin(), fill.end());
+            break;
+        }
+        case 5: {
             // A grid with every other point jittered, in scrambled order.
             pts = Grid(20, 20, x0, y0, 1.0);
             std::uniform_real_distribution<double> j(-0.2, 0.2);

@@ -15,6 +15,8 @@ namespace {
 constexpr double kMaxCoord = 1e150;
 // First refinement of the location grid, in inserted vertices.
 constexpr std::size_t kFirstGrid = 64;
+// Fans up to this many triangles are linked by search rather than by tables.
+constexpr std::size_t kFanSearch = 24;
 
 } // namespace
 
@@ -58,8 +60,6 @@ void CKivDelaunayWork::Load(const std::vector<_sVertex*>& verts, const std::vect
     for (std::size_t i = 0; i < n; ++i) {
         m_vecPt[i] = {verts[i]->pt.x, verts[i]->pt.y, -1};
     }
-    m_vecStartAt.assign(n, -1);
-    m_vecEndAt.assign(n, -1);
     m_vecStamp.assign(n, 0);
 
     // Only vertices that carry triangles need a reverse look-up.
@@ -561,6 +561,76 @@ bool CKivDelaunayWork::RepairCavity(int iv, const int* hold, int nHold)
     return false;
 }
 
+// The cavity: the triangles whose circumcircle holds the point (tolerant
+// test) that are reached from the start through such triangles, in the
+// order of the recursive flood (the triangle itself, then everything reached
+// across edge 01, then 12, then 20).
+//
+// Which triangles join does not depend on the visiting order, only the list
+// order does. So the set is found first breadth-first, one ring of
+// neighbours at a time: the triangles of a ring and then their corners are
+// fetched together, so their cache misses overlap instead of following one
+// another as they do depth-first. The depth-first pass then only orders the
+// set, on records already in cache.
+void CKivDelaunayWork::FloodCavity(int start, double px, double py)
+{
+    enum : std::uint32_t { kFree = 0, kCavity = 1, kQueued = 2, kIn = 3, kOut = 4 };
+    m_vecCavity.clear();
+    m_vecTouched.clear();
+    m_vecRing.clear();
+    m_vecTri[start].mark = kQueued;
+    m_vecTouched.push_back(start);
+    m_vecRing.push_back(start);
+    while (!m_vecRing.empty()) {
+        for (int x : m_vecRing) {
+            for (int c : m_vecTri[x].v) {
+                __builtin_prefetch(&m_vecPt[c]);
+            }
+        }
+        m_vecNext.clear();
+        for (int x : m_vecRing) {
+            STri& r = m_vecTri[x];
+            const SVert& a = m_vecPt[r.v[0]];
+            const SVert& b = m_vecPt[r.v[1]];
+            const SVert& c = m_vecPt[r.v[2]];
+            if (IsPtInCircumCircle2D(px, py, a.x, a.y, b.x, b.y, c.x, c.y) < 0) {
+                r.mark = kOut;
+                continue;
+            }
+            r.mark = kIn;
+            for (int nb : r.n) {
+                if (nb >= 0 && m_vecTri[nb].mark == kFree) {
+                    __builtin_prefetch(&m_vecTri[nb]);
+                    m_vecTri[nb].mark = kQueued;
+                    m_vecTouched.push_back(nb);
+                    m_vecNext.push_back(nb);
+                }
+            }
+        }
+        m_vecRing.swap(m_vecNext);
+    }
+    m_vecStack.clear();
+    m_vecStack.push_back(start);
+    while (!m_vecStack.empty()) {
+        const int x = m_vecStack.back();
+        m_vecStack.pop_back();
+        if (x < 0 || m_vecTri[x].mark != kIn) {
+            continue;
+        }
+        const STri& r = m_vecTri[x];
+        m_vecTri[x].mark = kCavity;
+        m_vecCavity.push_back(x);
+        m_vecStack.push_back(r.n[2]);
+        m_vecStack.push_back(r.n[1]);
+        m_vecStack.push_back(r.n[0]);
+    }
+    for (int x : m_vecTouched) {
+        if (m_vecTri[x].mark != kCavity) {
+            m_vecTri[x].mark = kFree;
+        }
+    }
+}
+
 bool CKivDelaunayWork::Insert(int iv)
 {
     if (!m_bLoaded || m_nLive == 0 || iv < 0 || static_cast<std::size_t>(iv) >= m_vecVert.size()) {
@@ -598,33 +668,7 @@ bool CKivDelaunayWork::Insert(int iv)
         nHold = 2;
     }
 
-    // The cavity, in the order of the recursive flood: the triangle itself,
-    // then everything reached across edge 01, then 12, then 20.
-    m_vecCavity.clear();
-    m_vecStack.clear();
-    m_vecStack.push_back(found >= 0 ? found : hold);
-    while (!m_vecStack.empty()) {
-        const int x = m_vecStack.back();
-        m_vecStack.pop_back();
-        if (x < 0 || m_vecTri[x].mark) {
-            continue;
-        }
-        const STri& r = m_vecTri[x];
-        const SVert& a = m_vecPt[r.v[0]];
-        const SVert& b = m_vecPt[r.v[1]];
-        const SVert& c = m_vecPt[r.v[2]];
-        if (IsPtInCircumCircle2D(px, py, a.x, a.y, b.x, b.y, c.x, c.y) < 0) {
-            continue;
-        }
-        m_vecTri[x].mark = 1;
-        m_vecCavity.push_back(x);
-        for (int k = 2; k >= 0; --k) {
-            if (r.n[k] >= 0) {
-                __builtin_prefetch(&m_vecTri[r.n[k]]);
-            }
-            m_vecStack.push_back(r.n[k]);
-        }
-    }
+    FloodCavity(found >= 0 ? found : hold, px, py);
 
     if (!RepairCavity(iv, holds, nHold)) {
         for (int x : m_vecCavity) {
@@ -653,18 +697,47 @@ bool CKivDelaunayWork::Insert(int iv)
                 }
             }
         }
-        m_vecStartAt[e.a] = t;
-        m_vecEndAt[e.b] = t;
         m_vecNew.push_back(t);
     }
-    for (int t : m_vecNew) {
-        STri& r = m_vecTri[t];
-        r.n[1] = m_vecStartAt[r.v[1]];
-        r.n[2] = m_vecEndAt[r.v[0]];
-    }
-    for (const SEdge& e : m_vecEdge) {
-        m_vecStartAt[e.a] = -1;
-        m_vecEndAt[e.b] = -1;
+    // Link the fan: the triangle after t starts where t's edge ends. A small
+    // fan (nearly all) is searched; tables by vertex would cost a cache miss
+    // per look-up. The later match wins, as in the tables.
+    const std::size_t nNew = m_vecNew.size();
+    if (nNew <= kFanSearch) {
+        for (std::size_t i = 0; i < nNew; ++i) {
+            STri& r = m_vecTri[m_vecNew[i]];
+            r.n[1] = r.n[2] = -1;
+            for (std::size_t j = nNew; j-- > 0;) {
+                if (m_vecEdge[j].a == r.v[1]) {
+                    r.n[1] = m_vecNew[j];
+                    break;
+                }
+            }
+            for (std::size_t j = nNew; j-- > 0;) {
+                if (m_vecEdge[j].b == r.v[0]) {
+                    r.n[2] = m_vecNew[j];
+                    break;
+                }
+            }
+        }
+    } else {
+        if (m_vecStartAt.empty()) {
+            m_vecStartAt.assign(m_vecPt.size(), -1);
+            m_vecEndAt.assign(m_vecPt.size(), -1);
+        }
+        for (std::size_t i = 0; i < nNew; ++i) {
+            m_vecStartAt[m_vecEdge[i].a] = m_vecNew[i];
+            m_vecEndAt[m_vecEdge[i].b] = m_vecNew[i];
+        }
+        for (int t : m_vecNew) {
+            STri& r = m_vecTri[t];
+            r.n[1] = m_vecStartAt[r.v[1]];
+            r.n[2] = m_vecEndAt[r.v[0]];
+        }
+        for (const SEdge& e : m_vecEdge) {
+            m_vecStartAt[e.a] = -1;
+            m_vecEndAt[e.b] = -1;
+        }
     }
     m_nLastTri = m_vecNew.back();
     if (m_nRebuildAt) {

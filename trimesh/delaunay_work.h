@@ -92,7 +92,7 @@ private:
         int v[3];           // corners, counter-clockwise
         int n[3];           // neighbour across edge (v[k], v[k+1]), -1 for none
         std::uint32_t seq;  // creation number (loaded triangles first)
-        std::uint32_t mark; // in the current cavity
+        std::uint32_t mark; // in the current cavity (1); other values while it is found
     };
     struct SEdge {
         int a, b;  // the edge as oriented in its triangle
@@ -112,6 +112,7 @@ private:
     int CellOf(double x, double y) const;
     void GridPut(int iv);
     void GridRebuild();
+    void FloodCavity(int start, double px, double py);
     void CollectBoundary();
     bool RepairCavity(int iv, const int* hold, int nHold);
 
@@ -135,11 +136,14 @@ private:
     // Scratch of one insertion.
     std::vector<int> m_vecCavity;
     std::vector<int> m_vecStack;
+    std::vector<int> m_vecRing, m_vecNext, m_vecTouched; // the breadth-first pass
     std::vector<SEdge> m_vecEdge;
     std::vector<int> m_vecNew;
-    std::vector<int> m_vecStartAt; // per vertex: new triangle with that first corner
-    std::vector<int> m_vecEndAt;   // per vertex: new triangle with that second corner
-    std::vector<int> m_vecStamp;   // per vertex: insertion stamp (interior-vertex check)
+    // Per vertex, for large fans only (made on first use): the new triangle
+    // with that first corner, and with that second corner.
+    std::vector<int> m_vecStartAt;
+    std::vector<int> m_vecEndAt;
+    std::vector<int> m_vecStamp; // per vertex: insertion stamp (interior-vertex check)
     int m_nStamp = 0;
 
     // Grid of inserted vertices (the last one per cell), refined each time
