@@ -415,6 +415,7 @@ void CKivDelaunayWork::PrepareLocate(double xmin, double ymin, double xmax, doub
     m_dY1 = ymax;
     m_nCols = m_nRows = 0;
     m_vecCell.clear();
+    m_nLastCell = -1;
     m_nInserted = 0;
     m_nRebuildAt = kFirstGrid;
     // About two triangles per point, plus room for the largest cavity.
@@ -572,8 +573,35 @@ bool CKivDelaunayWork::RepairCavity(int iv, const int* hold, int nHold)
 // fetched together, so their cache misses overlap instead of following one
 // another as they do depth-first. The depth-first pass then only orders the
 // set, on records already in cache.
-void CKivDelaunayWork::FloodCavity(int start, double px, double py)
+void CKivDelaunayWork::FloodCavity(int start, double px, double py, bool bNear)
 {
+    if (bNear) {
+        // Right next to the last point its records are still in cache, and
+        // one plain depth-first pass is cheaper.
+        m_vecCavity.clear();
+        m_vecStack.clear();
+        m_vecStack.push_back(start);
+        while (!m_vecStack.empty()) {
+            const int x = m_vecStack.back();
+            m_vecStack.pop_back();
+            if (x < 0 || m_vecTri[x].mark) {
+                continue;
+            }
+            const STri& r = m_vecTri[x];
+            const SVert& a = m_vecPt[r.v[0]];
+            const SVert& b = m_vecPt[r.v[1]];
+            const SVert& c = m_vecPt[r.v[2]];
+            if (IsPtInCircumCircle2D(px, py, a.x, a.y, b.x, b.y, c.x, c.y) < 0) {
+                continue;
+            }
+            m_vecTri[x].mark = 1;
+            m_vecCavity.push_back(x);
+            m_vecStack.push_back(r.n[2]);
+            m_vecStack.push_back(r.n[1]);
+            m_vecStack.push_back(r.n[0]);
+        }
+        return;
+    }
     enum : std::uint32_t { kFree = 0, kCavity = 1, kQueued = 2, kIn = 3, kOut = 4 };
     m_vecCavity.clear();
     m_vecTouched.clear();
@@ -668,7 +696,16 @@ bool CKivDelaunayWork::Insert(int iv)
         nHold = 2;
     }
 
-    FloodCavity(found >= 0 ? found : hold, px, py);
+    // Whether the last point was in this grid cell or the next one (as in
+    // gridded data, inserted row by row).
+    bool bNear = false;
+    if (m_nCols > 0) {
+        const int c = CellOf(px, py);
+        bNear = m_nLastCell >= 0 && std::abs(c % m_nCols - m_nLastCell % m_nCols) <= 1 &&
+                std::abs(c / m_nCols - m_nLastCell / m_nCols) <= 1;
+        m_nLastCell = c;
+    }
+    FloodCavity(found >= 0 ? found : hold, px, py, bNear);
 
     if (!RepairCavity(iv, holds, nHold)) {
         for (int x : m_vecCavity) {

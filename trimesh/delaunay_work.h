@@ -112,7 +112,7 @@ private:
     int CellOf(double x, double y) const;
     void GridPut(int iv);
     void GridRebuild();
-    void FloodCavity(int start, double px, double py);
+    void FloodCavity(int start, double px, double py, bool bNear);
     void CollectBoundary();
     bool RepairCavity(int iv, const int* hold, int nHold);
 
@@ -152,6 +152,7 @@ private:
     double m_dInvW = 0, m_dInvH = 0;
     int m_nCols = 0, m_nRows = 0;
     std::vector<int> m_vecCell;
+    int m_nLastCell = -1; // cell of the last point inserted (the grid may be rebuilt since)
     std::size_t m_nInserted = 0;
     std::size_t m_nRebuildAt = 0;
 
