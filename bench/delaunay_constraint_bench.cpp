@@ -121,9 +121,34 @@ void BM_UnconstrainedCoverHull(benchmark::State& state)
     Run(state, false, true);
 }
 
+// A long thin input: points along a zig-zag line. Nearly every triangle of
+// the core run uses a bounding vertex, so the full-hull option has to wrap
+// almost all of them again.
+void BM_CoverHullZigZag(benchmark::State& state)
+{
+    const int n = static_cast<int>(state.range(0));
+    std::vector<CKivPoint3d> pts;
+    for (int i = 0; i < n; ++i) {
+        pts.emplace_back(kX0 + 10.0 * i, kY0 + ((i % 2) ? 3.0 : 0.0) + 1e-3 * (i % 7), 0.0);
+    }
+    std::size_t tris = 0;
+    for (auto _ : state) {
+        TriMesh::CKivMeshData mesh;
+        TriMesh::CKivDelaunay tin(mesh);
+        tin.SetCoverHull(true);
+        for (const CKivPoint3d& p : pts) {
+            tin.AddVertex(p);
+        }
+        benchmark::DoNotOptimize(tin.Delaunay());
+        tris = mesh.TriNum();
+    }
+    state.counters["triangles"] = static_cast<double>(tris);
+}
+
 } // namespace
 
 BENCHMARK(BM_Unconstrained)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Constrained)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ConstrainedCoverHull)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_UnconstrainedCoverHull)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CoverHullZigZag)->Arg(2000)->Arg(8000)->Unit(benchmark::kMillisecond);

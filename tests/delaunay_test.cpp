@@ -187,9 +187,28 @@ struct CPlain {
     }
 };
 
+// Each vertex's triangle list as positions in the mesh's triangle list.
+std::vector<std::vector<int>> VertexLists(CKivMeshDataInspector& mi)
+{
+    std::unordered_map<const _sTri*, int> pos;
+    for (std::size_t j = 0; j < mi.Tris().size(); ++j) {
+        pos[mi.Tris()[j]] = static_cast<int>(j);
+    }
+    std::vector<std::vector<int>> out;
+    for (const _sVertex* v : mi.Verts()) {
+        out.emplace_back();
+        for (const _sTri* t : v->vecTri) {
+            out.back().push_back(pos.count(t) ? pos[t] : -1);
+        }
+    }
+    return out;
+}
+
 // Runs the plain algorithm over the points (merging as AddVertex does).
-// Returns the triangles as vertex-index triples in list order.
-std::vector<Triple> PlainRun(const Pts& pts, bool merge, bool& cycled)
+// Returns the triangles as vertex-index triples in list order, and each
+// vertex's list.
+std::vector<Triple> PlainRun(const Pts& pts, bool merge, bool& cycled,
+                             std::vector<std::vector<int>>* lists = nullptr)
 {
     CKivMeshData mesh;
     CKivDelaunay d(mesh);
@@ -217,6 +236,9 @@ std::vector<Triple> PlainRun(const Pts& pts, bool merge, bool& cycled)
     }
     di.TranslateCoord(true);
     cycled = plain.cycled;
+    if (lists) {
+        *lists = VertexLists(plain.mi);
+    }
     std::unordered_map<const _sVertex*, int> id;
     for (std::size_t i = 0; i < plain.mi.Verts().size(); ++i) {
         id[plain.mi.Verts()[i]] = static_cast<int>(i);
@@ -506,7 +528,7 @@ TEST(Delaunay, SameTrianglesAsPlainAlgorithm)
 {
     std::mt19937 rng(42);
     int compared = 0;
-    for (int round = 0; round < 12; ++round) {
+    for (int round = 0; round < 14; ++round) {
         const bool utm = round % 2 == 1;
         const double x0 = utm ? 500000.0 : 0.0, y0 = utm ? 3000000.0 : 0.0;
         Pts pts;
@@ -526,7 +548,24 @@ TEST(Delaunay, SameTrianglesAsPlainAlgorithm)
         case 4:
             pts = Random(rng, 300, x0, y0, 5.0);
             break;
-        default: {
+        case 6: {
+            // Wheels: rings of points, then each centre, whose cavity is the
+            // whole ring (a large fan), then points in between.
+            std::uniform_real_distribution<double> u(0.0, 1.0);
+            for (int w = 0; w < 6; ++w) {
+                const double cx = x0 + 100.0 + 800.0 * u(rng), cy = y0 + 100.0 + 800.0 * u(rng);
+                const int k = 30 + 10 * w;
+                for (int i = 0; i < k; ++i) {
+                    const double a = 6.283185307179586 * i / k;
+                    pts.emplace_back(cx + 40.0 * std::cos(a), cy + 40.0 * std::sin(a), 1.0);
+                }
+                pts.emplace_back(cx, cy, 2.0);
+            }
+            const Pts fill = Random(rng, 300, x0, y0, 1000.0);
+            pts.insert(pts.end(), fill.begin(), fill.end());
+            break;
+        }
+        case 5: {
             // A grid with every other point jittered, in scrambled order.
             pts = Grid(20, 20, x0, y0, 1.0);
             std::uniform_real_distribution<double> j(-0.2, 0.2);
@@ -537,7 +576,8 @@ TEST(Delaunay, SameTrianglesAsPlainAlgorithm)
         }
         }
         bool cycled = false;
-        const std::vector<Triple> plain = PlainRun(pts, true, cycled);
+        std::vector<std::vector<int>> plainLists;
+        const std::vector<Triple> plain = PlainRun(pts, true, cycled, &plainLists);
         CRun run;
         Triangulate(run, pts);
         ASSERT_TRUE(run.ok);
@@ -559,6 +599,10 @@ TEST(Delaunay, SameTrianglesAsPlainAlgorithm)
         const int kind = round / 2;
         if (kind != 3 && kind != 5) {
             EXPECT_EQ(plain, fast) << "round " << round;
+            // The lists are written back in bulk: each must still hold its
+            // triangles in the order they were attached.
+            CKivMeshDataInspector mi(run.mesh);
+            EXPECT_EQ(plainLists, VertexLists(mi)) << "round " << round;
         }
     }
     EXPECT_GE(compared, 10);

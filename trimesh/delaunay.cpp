@@ -4,6 +4,7 @@
 #include "spacemath/exact_orient.h"
 #include "spacemath/planar_internal.h"
 #include "trimesh/delaunay_work.h"
+#include "trimesh/tri_pool.h"
 
 #include <algorithm>
 #include <cmath>
@@ -208,12 +209,65 @@ void CKivDelaunay::LoadWork()
                   [m](const _sVertex* a, const _sVertex* b, const _sTri* t) { return m->FindTriCoEdge(a, b, t); });
 }
 
+// Leaves the mesh as DelTri for each dead loaded triangle and AddTri for
+// each new one in creation order would. Without an octree to keep up, the
+// records are made in one pass and each vertex's list is filled at once
+// (its new triangles grouped by corner first), rather than appending to
+// three scattered lists per triangle.
 void CKivDelaunay::StoreWork()
 {
-    CKivMeshData* m = m_pMesh;
-    m_pWork->Store([m](const _sTri* t) { m->DelTri(const_cast<_sTri*>(t)); },
-                   [m](_sVertex* a, _sVertex* b, _sVertex* c) { m->AddTri(a, b, c); });
-    m->CompactTris();
+    CKivMeshData& m = *m_pMesh;
+    if (m.m_pOctTree) {
+        m_pWork->Store([&m](const _sTri* t) { m.DelTri(const_cast<_sTri*>(t)); },
+                       [&m](_sVertex* a, _sVertex* b, _sVertex* c) { m.AddTri(a, b, c); });
+        m.CompactTris();
+        return;
+    }
+    std::vector<const _sTri*> dead;
+    std::vector<int> corners;
+    m_pWork->Export(dead, corners);
+    for (const _sTri* t : dead) {
+        m.DelTri(const_cast<_sTri*>(t));
+    }
+    m.CompactTris();
+    m.DropPlanIndex();
+    const std::size_t n = corners.size() / 3;
+    const std::size_t base = m.m_vecTri.size();
+    m.m_vecTri.resize(base + n);
+    for (std::size_t j = 0; j < n; ++j) {
+        _sTri* t = m.m_pTriPool->New();
+        for (int k = 0; k < 3; ++k) {
+            t->pVt[k] = m.m_vecVertex[static_cast<std::size_t>(corners[3 * j + static_cast<std::size_t>(k)])];
+        }
+        t->nPos = static_cast<std::int32_t>(base + j);
+        m.m_vecTri[base + j] = t;
+    }
+    // Per vertex, its new triangles in creation order (a counting sort).
+    const std::size_t nv = m.m_vecVertex.size();
+    std::vector<std::uint32_t> first(nv + 1, 0);
+    for (int c : corners) {
+        ++first[static_cast<std::size_t>(c) + 1];
+    }
+    for (std::size_t i = 0; i < nv; ++i) {
+        first[i + 1] += first[i];
+    }
+    // Scattered writes here, so that the lists are then filled by reading
+    // in order (scattered reads would stall on every miss).
+    std::vector<_sTri*> byVert(corners.size());
+    {
+        std::vector<std::uint32_t> fill(first.begin(), first.end() - 1);
+        for (std::size_t j = 0; j < corners.size(); ++j) {
+            byVert[fill[static_cast<std::size_t>(corners[j])]++] = m.m_vecTri[base + j / 3];
+        }
+    }
+    std::vector<int>().swap(corners);
+    for (std::size_t i = 0; i < nv; ++i) {
+        if (first[i] == first[i + 1]) {
+            continue;
+        }
+        std::vector<_sTri*>& l = m.m_vecVertex[i]->vecTri;
+        l.insert(l.end(), byVert.begin() + first[i], byVert.begin() + first[i + 1]);
+    }
 }
 
 bool CKivDelaunay::IsNotMesh() const
@@ -336,6 +390,7 @@ bool CKivDelaunay::Delaunay()
                 const int i = order[j];
                 const _sVertex* v = m.m_vecVertex[static_cast<std::size_t>(i)];
                 if (v != m_pBoundVt[0] && v != m_pBoundVt[1] && v != m_pBoundVt[2]) {
+                    m_pWork->PrefetchStart(order.data() + j + 1, std::min<std::size_t>(order.size() - j - 1, 4));
                     InsertPtIntoMesh(i);
                 }
                 if (m_fnProgress && (j + 1) % kProgressStep == 0) {

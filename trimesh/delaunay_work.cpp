@@ -16,6 +16,8 @@ namespace {
 constexpr double kMaxCoord = 1e150;
 // First refinement of the location grid, in inserted vertices.
 constexpr std::size_t kFirstGrid = 64;
+// Fans up to this many triangles are linked by search rather than by tables.
+constexpr std::size_t kFanSearch = 24;
 
 } // namespace
 
@@ -59,8 +61,6 @@ void CKivDelaunayWork::Load(const std::vector<_sVertex*>& verts, const std::vect
     for (std::size_t i = 0; i < n; ++i) {
         m_vecPt[i] = {verts[i]->pt.x, verts[i]->pt.y, -1};
     }
-    m_vecStartAt.assign(n, -1);
-    m_vecEndAt.assign(n, -1);
     m_vecStamp.assign(n, 0);
 
     // Only vertices that carry triangles need a reverse look-up.
@@ -101,26 +101,53 @@ void CKivDelaunayWork::Load(const std::vector<_sVertex*>& verts, const std::vect
     m_bLoaded = true;
 }
 
+// The slots of the new survivors sorted by creation number: a radix sort
+// (11 bits a pass) of (number, slot) keys, as a comparison sort of two
+// million keys costs several times more.
+void CKivDelaunayWork::CreationOrder(std::vector<std::uint32_t>& order) const
+{
+    const std::uint32_t nLoaded = static_cast<std::uint32_t>(m_vecSrc.size());
+    std::vector<std::uint64_t> key;
+    key.reserve(static_cast<std::size_t>(m_nLive));
+    for (std::size_t t = 0; t < m_vecTri.size(); ++t) {
+        const STri& r = m_vecTri[t];
+        if (r.v[0] >= 0 && r.seq >= nLoaded) {
+            key.push_back(static_cast<std::uint64_t>(r.seq) << 32 | t);
+        }
+    }
+    constexpr int kBits = 11;
+    constexpr std::uint64_t kMask = (1u << kBits) - 1;
+    std::vector<std::uint64_t> tmp(key.size());
+    for (int shift = 32; shift < 64 && (static_cast<std::uint64_t>(m_nSeq) << 32 >> shift) != 0; shift += kBits) {
+        std::size_t count[(1u << kBits) + 1] = {};
+        for (std::uint64_t k : key) {
+            ++count[((k >> shift) & kMask) + 1];
+        }
+        for (std::size_t b = 0; b < (1u << kBits); ++b) {
+            count[b + 1] += count[b];
+        }
+        for (std::uint64_t k : key) {
+            tmp[count[(k >> shift) & kMask]++] = k;
+        }
+        key.swap(tmp);
+    }
+    order.resize(key.size());
+    for (std::size_t j = 0; j < key.size(); ++j) {
+        order[j] = static_cast<std::uint32_t>(key[j]);
+    }
+}
+
 void CKivDelaunayWork::Store(const FnDel& del, const FnAdd& add)
 {
     for (std::uint32_t q : m_vecDeadSrc) {
         del(m_vecSrc[q]);
     }
-    // The new survivors in creation order.
-    const std::uint32_t nLoaded = static_cast<std::uint32_t>(m_vecSrc.size());
-    std::vector<std::uint64_t> order;
-    order.reserve(static_cast<std::size_t>(m_nLive));
-    for (std::size_t t = 0; t < m_vecTri.size(); ++t) {
-        const STri& r = m_vecTri[t];
-        if (r.v[0] >= 0 && r.seq >= nLoaded) {
-            order.push_back(static_cast<std::uint64_t>(r.seq) << 32 | t);
-        }
-    }
-    std::sort(order.begin(), order.end());
+    std::vector<std::uint32_t> order;
+    CreationOrder(order);
     // Size every list once: the new triangles per corner.
     std::fill(m_vecStamp.begin(), m_vecStamp.end(), 0);
-    for (std::uint64_t o : order) {
-        for (int c : m_vecTri[o & 0xffffffffu].v) {
+    for (std::uint32_t o : order) {
+        for (int c : m_vecTri[o].v) {
             ++m_vecStamp[static_cast<std::size_t>(c)];
         }
     }
@@ -130,9 +157,27 @@ void CKivDelaunayWork::Store(const FnDel& del, const FnAdd& add)
             l.reserve(l.size() + static_cast<std::size_t>(m_vecStamp[i]));
         }
     }
-    for (std::uint64_t o : order) {
-        const STri& r = m_vecTri[o & 0xffffffffu];
+    for (std::uint32_t o : order) {
+        const STri& r = m_vecTri[o];
         add(m_vecVert[r.v[0]], m_vecVert[r.v[1]], m_vecVert[r.v[2]]);
+    }
+    Clear();
+}
+
+void CKivDelaunayWork::Export(std::vector<const _sTri*>& dead, std::vector<int>& corners)
+{
+    dead.clear();
+    for (std::uint32_t q : m_vecDeadSrc) {
+        dead.push_back(m_vecSrc[q]);
+    }
+    std::vector<std::uint32_t> order;
+    CreationOrder(order);
+    corners.resize(3 * order.size());
+    for (std::size_t j = 0; j < order.size(); ++j) {
+        const STri& r = m_vecTri[order[j]];
+        corners[3 * j] = r.v[0];
+        corners[3 * j + 1] = r.v[1];
+        corners[3 * j + 2] = r.v[2];
     }
     Clear();
 }
@@ -327,6 +372,42 @@ int CKivDelaunayWork::StartTri(double px, double py) const
     return -1;
 }
 
+void CKivDelaunayWork::PrefetchStart(const int* next, std::size_t count) const
+{
+    if (m_nCols <= 0) {
+        return;
+    }
+    const auto cellOf = [this](int iv) {
+        const SVert& p = m_vecPt[static_cast<std::size_t>(iv)];
+        return static_cast<std::size_t>(CellOf(p.x, p.y));
+    };
+    if (count >= 4) {
+        __builtin_prefetch(&m_vecCell[cellOf(next[3])]);
+    }
+    if (count >= 3) {
+        const int u = m_vecCell[cellOf(next[2])];
+        if (u >= 0) {
+            __builtin_prefetch(&m_vecPt[static_cast<std::size_t>(u)]);
+        }
+    }
+    if (count >= 2) {
+        const int u = m_vecCell[cellOf(next[1])];
+        const int t = u >= 0 ? m_vecPt[static_cast<std::size_t>(u)].tri : -1;
+        if (t >= 0) {
+            __builtin_prefetch(&m_vecTri[static_cast<std::size_t>(t)]);
+        }
+    }
+    if (count >= 1) {
+        const int u = m_vecCell[cellOf(next[0])];
+        const int t = u >= 0 ? m_vecPt[static_cast<std::size_t>(u)].tri : -1;
+        if (t >= 0 && m_vecTri[static_cast<std::size_t>(t)].v[0] >= 0) {
+            for (int c : m_vecTri[static_cast<std::size_t>(t)].v) {
+                __builtin_prefetch(&m_vecPt[static_cast<std::size_t>(c)]);
+            }
+        }
+    }
+}
+
 void CKivDelaunayWork::PrepareLocate(double xmin, double ymin, double xmax, double ymax, std::size_t nPoints)
 {
     m_dX0 = xmin;
@@ -335,6 +416,7 @@ void CKivDelaunayWork::PrepareLocate(double xmin, double ymin, double xmax, doub
     m_dY1 = ymax;
     m_nCols = m_nRows = 0;
     m_vecCell.clear();
+    m_nLastCell = -1;
     m_nInserted = 0;
     m_nRebuildAt = kFirstGrid;
     // About two triangles per point, plus room for the largest cavity.
@@ -355,13 +437,15 @@ void CKivDelaunayWork::GridPut(int iv)
     }
 }
 
-// About two inserted points per cell; rebuilt each time the number of
-// inserted points grows fourfold, so the rebuilds cost O(n) in all.
+// One inserted point per cell (then up to four until the next rebuild: the
+// cell is fetched ahead, so a finer grid costs little and shortens the
+// walks); rebuilt each time the number of inserted points grows fourfold, so
+// the rebuilds cost O(n) in all.
 void CKivDelaunayWork::GridRebuild()
 {
     const double w = std::max(m_dX1 - m_dX0, 1e-300);
     const double h = std::max(m_dY1 - m_dY0, 1e-300);
-    const double cells = std::max(1.0, static_cast<double>(m_nInserted) / 2.0);
+    const double cells = std::max(1.0, static_cast<double>(m_nInserted));
     // fmin/fmax rather than clamp: an infinite or NaN extent must still give
     // counts in range (fmax drops the NaN).
     const double cols = std::fmin(std::fmax(std::sqrt(cells * w / h), 1.0), 8192.0);
@@ -479,6 +563,103 @@ bool CKivDelaunayWork::RepairCavity(int iv, const int* hold, int nHold)
     return false;
 }
 
+// The cavity: the triangles whose circumcircle holds the point (tolerant
+// test) that are reached from the start through such triangles, in the
+// order of the recursive flood (the triangle itself, then everything reached
+// across edge 01, then 12, then 20).
+//
+// Which triangles join does not depend on the visiting order, only the list
+// order does. So the set is found first breadth-first, one ring of
+// neighbours at a time: the triangles of a ring and then their corners are
+// fetched together, so their cache misses overlap instead of following one
+// another as they do depth-first. The depth-first pass then only orders the
+// set, on records already in cache.
+void CKivDelaunayWork::FloodCavity(int start, double px, double py, bool bNear)
+{
+    if (bNear) {
+        // Right next to the last point its records are still in cache, and
+        // one plain depth-first pass is cheaper.
+        m_vecCavity.clear();
+        m_vecStack.clear();
+        m_vecStack.push_back(start);
+        while (!m_vecStack.empty()) {
+            const int x = m_vecStack.back();
+            m_vecStack.pop_back();
+            if (x < 0 || m_vecTri[x].mark) {
+                continue;
+            }
+            const STri& r = m_vecTri[x];
+            const SVert& a = m_vecPt[r.v[0]];
+            const SVert& b = m_vecPt[r.v[1]];
+            const SVert& c = m_vecPt[r.v[2]];
+            if (IsPtInCircumCircle2DExact(px, py, a.x, a.y, b.x, b.y, c.x, c.y) < 0) {
+                continue;
+            }
+            m_vecTri[x].mark = 1;
+            m_vecCavity.push_back(x);
+            m_vecStack.push_back(r.n[2]);
+            m_vecStack.push_back(r.n[1]);
+            m_vecStack.push_back(r.n[0]);
+        }
+        return;
+    }
+    enum : std::uint32_t { kFree = 0, kCavity = 1, kQueued = 2, kIn = 3, kOut = 4 };
+    m_vecCavity.clear();
+    m_vecTouched.clear();
+    m_vecRing.clear();
+    m_vecTri[start].mark = kQueued;
+    m_vecTouched.push_back(start);
+    m_vecRing.push_back(start);
+    while (!m_vecRing.empty()) {
+        for (int x : m_vecRing) {
+            for (int c : m_vecTri[x].v) {
+                __builtin_prefetch(&m_vecPt[c]);
+            }
+        }
+        m_vecNext.clear();
+        for (int x : m_vecRing) {
+            STri& r = m_vecTri[x];
+            const SVert& a = m_vecPt[r.v[0]];
+            const SVert& b = m_vecPt[r.v[1]];
+            const SVert& c = m_vecPt[r.v[2]];
+            if (IsPtInCircumCircle2DExact(px, py, a.x, a.y, b.x, b.y, c.x, c.y) < 0) {
+                r.mark = kOut;
+                continue;
+            }
+            r.mark = kIn;
+            for (int nb : r.n) {
+                if (nb >= 0 && m_vecTri[nb].mark == kFree) {
+                    __builtin_prefetch(&m_vecTri[nb]);
+                    m_vecTri[nb].mark = kQueued;
+                    m_vecTouched.push_back(nb);
+                    m_vecNext.push_back(nb);
+                }
+            }
+        }
+        m_vecRing.swap(m_vecNext);
+    }
+    m_vecStack.clear();
+    m_vecStack.push_back(start);
+    while (!m_vecStack.empty()) {
+        const int x = m_vecStack.back();
+        m_vecStack.pop_back();
+        if (x < 0 || m_vecTri[x].mark != kIn) {
+            continue;
+        }
+        const STri& r = m_vecTri[x];
+        m_vecTri[x].mark = kCavity;
+        m_vecCavity.push_back(x);
+        m_vecStack.push_back(r.n[2]);
+        m_vecStack.push_back(r.n[1]);
+        m_vecStack.push_back(r.n[0]);
+    }
+    for (int x : m_vecTouched) {
+        if (m_vecTri[x].mark != kCavity) {
+            m_vecTri[x].mark = kFree;
+        }
+    }
+}
+
 bool CKivDelaunayWork::Insert(int iv)
 {
     if (!m_bLoaded || m_nLive == 0 || iv < 0 || static_cast<std::size_t>(iv) >= m_vecVert.size()) {
@@ -516,33 +697,16 @@ bool CKivDelaunayWork::Insert(int iv)
         nHold = 2;
     }
 
-    // The cavity, in the order of the recursive flood: the triangle itself,
-    // then everything reached across edge 01, then 12, then 20.
-    m_vecCavity.clear();
-    m_vecStack.clear();
-    m_vecStack.push_back(found >= 0 ? found : hold);
-    while (!m_vecStack.empty()) {
-        const int x = m_vecStack.back();
-        m_vecStack.pop_back();
-        if (x < 0 || m_vecTri[x].mark) {
-            continue;
-        }
-        const STri& r = m_vecTri[x];
-        const SVert& a = m_vecPt[r.v[0]];
-        const SVert& b = m_vecPt[r.v[1]];
-        const SVert& c = m_vecPt[r.v[2]];
-        if (IsPtInCircumCircle2DExact(px, py, a.x, a.y, b.x, b.y, c.x, c.y) < 0) {
-            continue;
-        }
-        m_vecTri[x].mark = 1;
-        m_vecCavity.push_back(x);
-        for (int k = 2; k >= 0; --k) {
-            if (r.n[k] >= 0) {
-                __builtin_prefetch(&m_vecTri[r.n[k]]);
-            }
-            m_vecStack.push_back(r.n[k]);
-        }
+    // Whether the last point was in this grid cell or the next one (as in
+    // gridded data, inserted row by row).
+    bool bNear = false;
+    if (m_nCols > 0) {
+        const int c = CellOf(px, py);
+        bNear = m_nLastCell >= 0 && std::abs(c % m_nCols - m_nLastCell % m_nCols) <= 1 &&
+                std::abs(c / m_nCols - m_nLastCell / m_nCols) <= 1;
+        m_nLastCell = c;
     }
+    FloodCavity(found >= 0 ? found : hold, px, py, bNear);
 
     if (!RepairCavity(iv, holds, nHold)) {
         for (int x : m_vecCavity) {
@@ -571,18 +735,47 @@ bool CKivDelaunayWork::Insert(int iv)
                 }
             }
         }
-        m_vecStartAt[e.a] = t;
-        m_vecEndAt[e.b] = t;
         m_vecNew.push_back(t);
     }
-    for (int t : m_vecNew) {
-        STri& r = m_vecTri[t];
-        r.n[1] = m_vecStartAt[r.v[1]];
-        r.n[2] = m_vecEndAt[r.v[0]];
-    }
-    for (const SEdge& e : m_vecEdge) {
-        m_vecStartAt[e.a] = -1;
-        m_vecEndAt[e.b] = -1;
+    // Link the fan: the triangle after t starts where t's edge ends. A small
+    // fan (nearly all) is searched; tables by vertex would cost a cache miss
+    // per look-up. The later match wins, as in the tables.
+    const std::size_t nNew = m_vecNew.size();
+    if (nNew <= kFanSearch) {
+        for (std::size_t i = 0; i < nNew; ++i) {
+            STri& r = m_vecTri[m_vecNew[i]];
+            r.n[1] = r.n[2] = -1;
+            for (std::size_t j = nNew; j-- > 0;) {
+                if (m_vecEdge[j].a == r.v[1]) {
+                    r.n[1] = m_vecNew[j];
+                    break;
+                }
+            }
+            for (std::size_t j = nNew; j-- > 0;) {
+                if (m_vecEdge[j].b == r.v[0]) {
+                    r.n[2] = m_vecNew[j];
+                    break;
+                }
+            }
+        }
+    } else {
+        if (m_vecStartAt.empty()) {
+            m_vecStartAt.assign(m_vecPt.size(), -1);
+            m_vecEndAt.assign(m_vecPt.size(), -1);
+        }
+        for (std::size_t i = 0; i < nNew; ++i) {
+            m_vecStartAt[m_vecEdge[i].a] = m_vecNew[i];
+            m_vecEndAt[m_vecEdge[i].b] = m_vecNew[i];
+        }
+        for (int t : m_vecNew) {
+            STri& r = m_vecTri[t];
+            r.n[1] = m_vecStartAt[r.v[1]];
+            r.n[2] = m_vecEndAt[r.v[0]];
+        }
+        for (const SEdge& e : m_vecEdge) {
+            m_vecStartAt[e.a] = -1;
+            m_vecEndAt[e.b] = -1;
+        }
     }
     m_nLastTri = m_vecNew.back();
     if (m_nRebuildAt) {

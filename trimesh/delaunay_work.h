@@ -50,10 +50,21 @@ public:
     // Inserts vertex iv (an index into the loaded vertex list); false when it
     // cannot be placed (outside the triangulation, on an existing vertex).
     bool Insert(int iv);
+    // A hint before Insert: the vertices to insert next (up to four, the
+    // next first). Insertions in file order jump across the map, so each
+    // one's start of the walk is a chain of cache misses (grid cell, vertex,
+    // triangle, corners); this issues each link of the chain one insertion
+    // ahead of the next, so they arrive while the current point is inserted.
+    void PrefetchStart(const int* next, std::size_t count) const;
     // Writes the changes back into the mesh (DelTri for the loaded triangles
     // that died, AddTri for the new survivors in creation order) and
     // compacts its triangle list. The work is empty afterwards.
     void Store(const FnDel& del, const FnAdd& add);
+    // The same outcome handed over for a bulk write-back: the loaded
+    // triangles that died, and the corners (vertex indices, three per
+    // triangle) of the new survivors in creation order. The work is empty
+    // afterwards, so its memory is free before the mesh records are made.
+    void Export(std::vector<const _sTri*>& dead, std::vector<int>& corners);
     // Drops everything loaded.
     void Clear();
     bool IsLoaded() const { return m_bLoaded; }
@@ -81,7 +92,7 @@ private:
         int v[3];           // corners, counter-clockwise
         int n[3];           // neighbour across edge (v[k], v[k+1]), -1 for none
         std::uint32_t seq;  // creation number (loaded triangles first)
-        std::uint32_t mark; // in the current cavity
+        std::uint32_t mark; // in the current cavity (1); other values while it is found
     };
     struct SEdge {
         int a, b;  // the edge as oriented in its triangle
@@ -91,6 +102,7 @@ private:
 
     int NewTri(int a, int b, int c);
     void Renumber();
+    void CreationOrder(std::vector<std::uint32_t>& order) const;
     void FreeTri(int t);
     int LegacyWalk(int start, double px, double py) const;
     int ExactLocate(int start, double px, double py) const;
@@ -100,6 +112,7 @@ private:
     int CellOf(double x, double y) const;
     void GridPut(int iv);
     void GridRebuild();
+    void FloodCavity(int start, double px, double py, bool bNear);
     void CollectBoundary();
     bool RepairCavity(int iv, const int* hold, int nHold);
 
@@ -123,19 +136,23 @@ private:
     // Scratch of one insertion.
     std::vector<int> m_vecCavity;
     std::vector<int> m_vecStack;
+    std::vector<int> m_vecRing, m_vecNext, m_vecTouched; // the breadth-first pass
     std::vector<SEdge> m_vecEdge;
     std::vector<int> m_vecNew;
-    std::vector<int> m_vecStartAt; // per vertex: new triangle with that first corner
-    std::vector<int> m_vecEndAt;   // per vertex: new triangle with that second corner
-    std::vector<int> m_vecStamp;   // per vertex: insertion stamp (interior-vertex check)
+    // Per vertex, for large fans only (made on first use): the new triangle
+    // with that first corner, and with that second corner.
+    std::vector<int> m_vecStartAt;
+    std::vector<int> m_vecEndAt;
+    std::vector<int> m_vecStamp; // per vertex: insertion stamp (interior-vertex check)
     int m_nStamp = 0;
 
-    // Coarse grid of inserted vertices (the last one per cell), refined
-    // each time their number grows fourfold.
+    // Grid of inserted vertices (the last one per cell), refined each time
+    // their number grows fourfold.
     double m_dX0 = 0, m_dY0 = 0, m_dX1 = 0, m_dY1 = 0;
     double m_dInvW = 0, m_dInvH = 0;
     int m_nCols = 0, m_nRows = 0;
     std::vector<int> m_vecCell;
+    int m_nLastCell = -1; // cell of the last point inserted (the grid may be rebuilt since)
     std::size_t m_nInserted = 0;
     std::size_t m_nRebuildAt = 0;
 
