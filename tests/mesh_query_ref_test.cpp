@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <random>
 #include <utility>
 #include <vector>
@@ -278,6 +279,59 @@ TEST(MeshQueryRef, ElevationFromThePlanGridEqualsTheOctreeColumn)
         }
     }
     EXPECT_GT(hits, 5000);
+}
+
+// The grid keeps its own copy of the corners, numbered through the
+// vertices' creation indices: slivers, walls and non-finite corners, and
+// indices that repeat, are negative or are far apart (after deletions the
+// store does not renumber) must all give the column's answer.
+TEST(MeshQueryRef, ElevationFromTheGridsCornerCopyOnHostileSurfaces)
+{
+    std::mt19937 rng(23);
+    const double nan = std::numeric_limits<double>::quiet_NaN(), inf = std::numeric_limits<double>::infinity();
+    for (const double scale : {1e-3, 1e5}) {
+        const double offset = 5e5;
+        std::vector<CKivTri3d> tris = RandomTin(rng, 10, scale, offset, true);
+        const auto at = [&](double x, double y, double z) { return P(offset + scale * x, offset + scale * y, z); };
+        for (int i = 0; i < 8; ++i) {
+            const double x = 1.0 + i, y = 0.5 + 0.9 * i;
+            tris.emplace_back(at(x, y, 0.1), at(x + 5, y + 1e-7, 0.3), at(x + 9, y, scale)); // sliver
+            tris.emplace_back(at(x, y, 0), at(x + 1, y, 0), at(x, y, scale));                // wall
+            tris.emplace_back(at(x, y, 0), at(x + 1, y + 1e-4, 0), at(x, y + 1e-3, 100 * scale));
+        }
+        tris.emplace_back(at(2, 2, 0), P(nan, offset, 0), at(3, 2, 1));
+        const std::vector<CKivPoint3d> pts = QueryPoints(rng, tris, scale, offset, 10);
+        for (int numbering = 0; numbering < 3; ++numbering) {
+            CKivMeshData mesh;
+            mesh.InputData(tris, true);
+            CKivMeshDataInspector ins(mesh);
+            int i = 0;
+            for (_sTri* t : ins.Tris()) {
+                for (_sVertex* v : t->pVt) {
+                    if (numbering == 1) {
+                        v->nIndex = ++i % 3 == 0 ? 0 : (i % 3 == 1 ? -5 : v->nIndex);
+                    } else if (numbering == 2 && ++i == 7) {
+                        v->nIndex = 1 << 29;
+                    }
+                }
+            }
+            CKivMeshQuery q(mesh);
+            ins.BuildPlanIndex();
+            ASSERT_NE(ins.PlanIndex(), nullptr);
+            for (const CKivPoint3d& p : pts) {
+                double zr = -7.0, zf = -7.0;
+                const bool r = RefMapPoint(q, p.x, p.y, zr);
+                ASSERT_EQ(q.GetMapPoint(p.x, p.y, zf), r) << scale << " " << numbering << " " << p.x << " " << p.y;
+                ASSERT_EQ(zf, zr);
+            }
+            for (const double x : {nan, inf, -inf}) {
+                double z = -7.0;
+                EXPECT_FALSE(q.GetMapPoint(x, offset, z));
+                EXPECT_FALSE(q.GetMapPoint(offset, x, z));
+                EXPECT_EQ(z, -7.0);
+            }
+        }
+    }
 }
 
 TEST(MeshQueryRef, SegmentSearchEqualsOneQueryPerPiece)

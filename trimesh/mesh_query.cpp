@@ -32,12 +32,14 @@ CKivPoint3d Centroid(const _sTri& t)
     return (t.pVt[0]->pt + t.pVt[1]->pt + t.pVt[2]->pt) * kThird;
 }
 
-// A proper vertical hit of (x, y) on t; z written only then.
-inline bool VerticalHit(const _sTri& t, const CKivPoint3d& p, double& z)
+// A proper vertical hit of (x, y) on the triangle (a, b, c); z written only
+// then.
+inline bool VerticalHit(const CKivPoint3d& a, const CKivPoint3d& b, const CKivPoint3d& c, const CKivPoint3d& p,
+                        double& z)
 {
     static const CGeoVector up(0.0, 0.0, 1.0);
     CKivPoint3d hit;
-    if (SpaceMathInline::HitTriangle(p, up, t.pVt[0]->pt, t.pVt[1]->pt, t.pVt[2]->pt, hit, true, false) != 1) {
+    if (SpaceMathInline::HitTriangle(p, up, a, b, c, hit, true, false) != 1) {
         return false;
     }
     z = hit.z;
@@ -125,9 +127,9 @@ bool CKivMeshQuery::GetMapPoint(double x, double y, double& z) const
     const CKivPoint3d p(x, y, 0.0);
     bool found = false;
     double top = -HUGE_VAL;
-    const auto visit = [&](const _sTri* t) {
+    const auto visit = [&](const CKivPoint3d& a, const CKivPoint3d& b, const CKivPoint3d& c) {
         double h;
-        if (VerticalHit(*t, p, h) && (!found || h > top)) {
+        if (VerticalHit(a, b, c, p, h) && (!found || h > top)) {
             top = h;
             found = true;
         }
@@ -140,7 +142,7 @@ bool CKivMeshQuery::GetMapPoint(double x, double y, double& z) const
         std::size_t work = nodes.size();
         for (const CKivOctNode* n : nodes) {
             for (auto it = n->m_vecTri.rbegin(); it != n->m_vecTri.rend(); ++it) {
-                visit(*it);
+                visit((*it)->pVt[0]->pt, (*it)->pVt[1]->pt, (*it)->pVt[2]->pt);
             }
             work += n->m_vecTri.size();
         }

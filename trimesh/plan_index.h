@@ -20,6 +20,12 @@
 // triangles with non-finite boxes, or boxes over very many cells, sit in a
 // short list that every query reports.
 //
+// For the elevation query the grid also keeps its own copy of the corner
+// positions: the triangles it indexes, in the order of their first cell,
+// each as three numbers into one array of positions in the order they are
+// first met. A query then reads a few neighbouring cache lines instead of a
+// chain of scattered triangle and vertex records.
+//
 // The octree copy records, per node in the order the octree's queries walk
 // them, its boxes, its parent and the end of its subtree, and per triangle
 // its node and its place in that node's list. Draping uses it to put the
@@ -34,6 +40,7 @@
 #include <kivgeo/export.h>
 #include <kivgeo/mesh_data.h>
 
+#include "trimesh/big_array_alloc.h"
 #include "trimesh/oct_tree.h"
 
 #include <cstddef>
@@ -48,18 +55,32 @@ public:
     // contains their box, as at insertion).
     CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree& tree);
 
-    // Calls f(_sTri*) for every candidate at (x, y); nothing for NaN.
+    // Calls f(a, b, c) with the corner positions, in corner order, of every
+    // candidate at (x, y); nothing for NaN.
     template <class F> void ForEachAt(double x, double y, F&& f) const
     {
-        for (_sTri* t : m_vecWide) {
-            f(t);
+        for (const _sTri* t : m_vecWide) {
+            f(t->pVt[0]->pt, t->pVt[1]->pt, t->pVt[2]->pt);
         }
         if (!(x >= m_dX0 && x <= m_dX1 && y >= m_dY0 && y <= m_dY1)) {
             return;
         }
         const std::size_t c = CellX(x) + CellY(y) * m_nX;
-        for (std::uint32_t k = m_vecStart[c], e = m_vecStart[c + 1]; k < e; ++k) {
-            f(m_vecEntry[k]);
+        const std::uint32_t k0 = m_vecStart[c], k1 = m_vecStart[c + 1];
+        // Ask for all the corner numbers, then all the corners, before the
+        // first test: the reads then overlap instead of waiting on each
+        // other behind the tests' branches.
+        for (std::uint32_t k = k0; k < k1; ++k) {
+            __builtin_prefetch(&m_vecCorners[m_vecEntry[k]]);
+        }
+        for (std::uint32_t k = k0; k < k1; ++k) {
+            for (const std::uint32_t v : m_vecCorners[m_vecEntry[k]].v) {
+                __builtin_prefetch(&m_vecPt[v]);
+            }
+        }
+        for (std::uint32_t k = k0; k < k1; ++k) {
+            const STriCorners& t = m_vecCorners[m_vecEntry[k]];
+            f(m_vecPt[t.v[0]], m_vecPt[t.v[1]], m_vecPt[t.v[2]]);
         }
     }
 
@@ -91,6 +112,8 @@ public:
     std::size_t CellCount() const { return m_nX * m_nY; }
     std::size_t EntryCount() const { return m_vecEntry.size(); }
     std::size_t WideCount() const { return m_vecWide.size(); }
+    // Bytes held by all the arrays (their capacities).
+    std::size_t MemoryBytes() const;
 
 private:
     void RecordOctreeOrder(const std::vector<_sTri*>& tris, const CKivOctNode& root);
@@ -110,9 +133,16 @@ private:
     double m_dX0 = 0.0, m_dX1 = -1.0, m_dY0 = 0.0, m_dY1 = -1.0;
     double m_dInvX = 0.0, m_dInvY = 0.0;
     std::size_t m_nX = 1, m_nY = 1;
-    // Cell c holds m_vecEntry[m_vecStart[c] .. m_vecStart[c + 1]).
-    std::vector<std::uint32_t> m_vecStart;
-    std::vector<_sTri*> m_vecEntry;
+    // Cell c holds m_vecEntry[m_vecStart[c] .. m_vecStart[c + 1]), numbers
+    // of gridded triangles: m_vecTri[i] has its corners at m_vecCorners[i].
+    CKivBigArray<std::uint32_t> m_vecStart;
+    CKivBigArray<std::uint32_t> m_vecEntry;
+    CKivBigArray<_sTri*> m_vecTri;
+    struct STriCorners {
+        std::uint32_t v[3];
+    };
+    CKivBigArray<STriCorners> m_vecCorners;
+    CKivBigArray<CKivPoint3d> m_vecPt;
     // Reported by every query.
     std::vector<_sTri*> m_vecWide;
 
