@@ -25,6 +25,10 @@ public:
         bytes = grid.MemoryBytes();
         return grid.EntryCount();
     }
+    // Candidates the octree searches went through since the last change, and
+    // whether the plan grid has been built.
+    static std::size_t PlanWork(const CKivMeshData& m) { return m.m_nPlanWork.load(); }
+    static bool HasPlanIndex(const CKivMeshData& m) { return m.m_pPlanIndex.load() != nullptr; }
 };
 } // namespace TriMesh
 
@@ -108,6 +112,8 @@ void RunMapPoints(benchmark::State& state, const std::vector<CKivPoint3d>& pts, 
             hits += q.GetMapPoint(p.x, p.y, z);
         }
     }
+    state.counters["octree candidates"] = static_cast<double>(TriMesh::CKivMeshDataInspector::PlanWork(mesh));
+    state.counters["grid built"] = TriMesh::CKivMeshDataInspector::HasPlanIndex(mesh);
     state.counters["hit share"] =
         static_cast<double>(hits) / (static_cast<double>(state.iterations()) * static_cast<double>(pts.size()));
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(pts.size()));

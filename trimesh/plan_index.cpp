@@ -121,8 +121,8 @@ public:
     }
 
 private:
-    std::vector<const _sVertex*> m_vecOwner;
-    std::vector<std::uint32_t> m_vecId;
+    CKivBigArray<const _sVertex*> m_vecOwner;
+    CKivBigArray<std::uint32_t> m_vecId;
     std::unordered_map<const _sVertex*, std::uint32_t> m_mapOther;
 };
 
@@ -145,7 +145,7 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
         float x, y;
         _sTri* t;
     };
-    std::vector<SHome> homes;
+    CKivBigArray<SHome> homes;
     homes.reserve(tris.size());
     double gx0 = HUGE_VAL, gx1 = -HUGE_VAL, gy0 = HUGE_VAL, gy1 = -HUGE_VAL;
     std::size_t maxIndex = 0;
@@ -205,22 +205,24 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
     m_dInvY = h > 0.0 ? ny / h : 0.0;
     const std::size_t cells = m_nX * m_nY;
 
-    // Into the order of the cells of their centres (a counting sort, mesh
-    // order within a cell), so that neighbours in plan are neighbours in
-    // memory.
+    // Into the order of the blocks of 8 x 8 cells that hold their centres
+    // (a counting sort, mesh order within a block), so that neighbours in
+    // plan are neighbours in memory. Blocks rather than cells keep the
+    // sort's counters in cache.
     const std::size_t n = homes.size();
     {
+        const std::size_t bx = (m_nX + 7) / 8, blocks = bx * ((m_nY + 7) / 8);
         const auto Home = [&](const SHome& e) {
-            return CellX(static_cast<double>(e.x)) + CellY(static_cast<double>(e.y)) * m_nX;
+            return CellX(static_cast<double>(e.x)) / 8 + CellY(static_cast<double>(e.y)) / 8 * bx;
         };
-        std::vector<std::uint32_t> count(cells + 1, 0);
+        std::vector<std::uint32_t> count(blocks + 1, 0);
         for (const SHome& e : homes) {
             ++count[Home(e) + 1];
         }
-        for (std::size_t c = 0; c < cells; ++c) {
+        for (std::size_t c = 0; c < blocks; ++c) {
             count[c + 1] += count[c];
         }
-        std::vector<SHome> sorted(n);
+        CKivBigArray<SHome> sorted(n);
         for (const SHome& e : homes) {
             sorted[count[Home(e)]++] = e;
         }
@@ -249,7 +251,7 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
             }
         }
     }
-    std::vector<SHome>().swap(homes);
+    CKivBigArray<SHome>().swap(homes);
 
     // A cell holds the triangles whose grown footprint meets it, not all
     // whose box does: about half as many candidates per query. The cell is
@@ -258,7 +260,7 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
     // triangle whose box covers too many cells goes to the list every query
     // reports instead.
     const double cw = w > 0.0 ? w / nx : 0.0, ch = h > 0.0 ? h / ny : 0.0;
-    std::vector<char> wide(n, 0);
+    CKivBigArray<char> wide(n, 0);
     const auto ForCells = [&](std::size_t r, auto&& f) {
         if (wide[r]) {
             return;
@@ -289,7 +291,7 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
     };
 
     // Two passes: count per cell, then fill.
-    std::vector<std::uint32_t> count(cells + 1, 0);
+    CKivBigArray<std::uint32_t> count(cells + 1, 0);
     for (std::size_t r = 0; r < n; ++r) {
         ForCells(r, [&](std::size_t c) { ++count[c]; });
     }

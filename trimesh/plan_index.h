@@ -163,8 +163,8 @@ private:
         CKivOctBox boxSub;
     };
     std::vector<SNode> m_vecNode;
-    std::vector<std::uint32_t> m_vecTriNode;
-    std::vector<std::uint32_t> m_vecTriPos;
+    CKivBigArray<std::uint32_t> m_vecTriNode;
+    CKivBigArray<std::uint32_t> m_vecTriPos;
     bool m_bOrdered = false;
 };
 
