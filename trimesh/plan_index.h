@@ -21,10 +21,12 @@
 // short list that every query reports.
 //
 // For the elevation query the grid also keeps its own copy of the corner
-// positions: the triangles it indexes, in the order of their first cell,
-// each as three numbers into one array of positions in the order they are
-// first met. A query then reads a few neighbouring cache lines instead of a
-// chain of scattered triangle and vertex records.
+// positions: the triangles it indexes, sorted by the block of 8 x 8 cells
+// that holds their centres, each as three numbers into one array of
+// positions in the order they are first met. A query then reads a few
+// neighbouring cache lines instead of a chain of scattered triangle and
+// vertex records. On a TIN of 2M triangles all of it takes about 65 bytes
+// per triangle.
 //
 // The octree copy records, per node in the order the octree's queries walk
 // them, its boxes, its parent and the end of its subtree, and per triangle
