@@ -143,6 +143,7 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
     // steps ahead.
     struct SHome {
         float x, y;
+        std::uint32_t slot;
         _sTri* t;
     };
     CKivBigArray<SHome> homes;
@@ -174,7 +175,7 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
             maxIndex = std::max(maxIndex, static_cast<std::size_t>(std::max(v->nIndex, 0)));
         }
         homes.push_back(SHome{static_cast<float>(0.5 * pb.x0 + 0.5 * pb.x1),
-                              static_cast<float>(0.5 * pb.y0 + 0.5 * pb.y1), t});
+                              static_cast<float>(0.5 * pb.y0 + 0.5 * pb.y1), static_cast<std::uint32_t>(i), t});
         gx0 = std::min(gx0, pb.x0), gx1 = std::max(gx1, pb.x1);
         gy0 = std::min(gy0, pb.y0), gy1 = std::max(gy1, pb.y1);
     }
@@ -230,7 +231,7 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
     }
 
     // The corners, numbered in that order.
-    m_vecTri.resize(n);
+    m_vecSlot.resize(n);
     m_vecCorners.resize(n);
     m_vecPt.reserve(std::min(3 * n, maxIndex + 1));
     {
@@ -245,7 +246,7 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
                 }
             }
             _sTri* t = homes[r].t;
-            m_vecTri[r] = t;
+            m_vecSlot[r] = homes[r].slot;
             for (int k = 0; k < 3; ++k) {
                 m_vecCorners[r].v[k] = numbers.Number(t->pVt[k], m_vecPt);
             }
@@ -275,7 +276,7 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
         }
         if ((i1 - i0 + 1) * (j1 - j0 + 1) > kMaxCellsPerTri) {
             wide[r] = 1;
-            m_vecWide.push_back(m_vecTri[r]);
+            m_vecWide.push_back(tris[m_vecSlot[r]]);
             return;
         }
         const SFootprint foot(pt, pb.margin, gx0, gy0);
@@ -392,7 +393,8 @@ bool CKivPlanIndex::ReportedBy(const _sTri* t, const CKivOctBox& q) const
     return true;
 }
 
-void CKivPlanIndex::CandidatesInBox(double x0, double y0, double x1, double y1, std::vector<_sTri*>& out) const
+void CKivPlanIndex::CandidatesInBox(const std::vector<_sTri*>& tris, double x0, double y0, double x1, double y1,
+                                    std::vector<_sTri*>& out) const
 {
     out.assign(m_vecWide.begin(), m_vecWide.end());
     if (m_dX1 >= m_dX0 && x1 >= m_dX0 && x0 <= m_dX1 && y1 >= m_dY0 && y0 <= m_dY1) {
@@ -401,7 +403,7 @@ void CKivPlanIndex::CandidatesInBox(double x0, double y0, double x1, double y1, 
             for (std::size_t i = i0; i <= i1; ++i) {
                 const std::size_t c = i + j * m_nX;
                 for (std::uint32_t k = m_vecStart[c], e = m_vecStart[c + 1]; k < e; ++k) {
-                    out.push_back(m_vecTri[m_vecEntry[k]]);
+                    out.push_back(tris[m_vecSlot[m_vecEntry[k]]]);
                 }
             }
         }
@@ -413,7 +415,7 @@ void CKivPlanIndex::CandidatesInBox(double x0, double y0, double x1, double y1, 
 std::size_t CKivPlanIndex::MemoryBytes() const
 {
     return sizeof(*this) + m_vecStart.capacity() * sizeof(std::uint32_t) +
-           m_vecEntry.capacity() * sizeof(std::uint32_t) + m_vecTri.capacity() * sizeof(_sTri*) +
+           m_vecEntry.capacity() * sizeof(std::uint32_t) + m_vecSlot.capacity() * sizeof(std::uint32_t) +
            m_vecCorners.capacity() * sizeof(STriCorners) + m_vecPt.capacity() * sizeof(CKivPoint3d) +
            m_vecWide.capacity() * sizeof(_sTri*) + m_vecNode.capacity() * sizeof(SNode) +
            m_vecTriNode.capacity() * sizeof(std::uint32_t) + m_vecTriPos.capacity() * sizeof(std::uint32_t);
