@@ -19,11 +19,16 @@ namespace TriMesh {
 // Access to the mesh's octree and triangle list, to time the plan grid alone.
 class CKivMeshDataInspector {
 public:
-    static std::size_t BuildPlanIndex(const CKivMeshData& m)
+    static std::size_t BuildPlanIndex(const CKivMeshData& m, std::size_t& bytes)
     {
         const CKivPlanIndex grid(m.m_vecTri, *m.m_pOctTree);
+        bytes = grid.MemoryBytes();
         return grid.EntryCount();
     }
+    // Candidates the octree searches went through since the last change, and
+    // whether the plan grid has been built.
+    static std::size_t PlanWork(const CKivMeshData& m) { return m.m_nPlanWork.load(); }
+    static bool HasPlanIndex(const CKivMeshData& m) { return m.m_pPlanIndex.load() != nullptr; }
 };
 } // namespace TriMesh
 
@@ -107,6 +112,8 @@ void RunMapPoints(benchmark::State& state, const std::vector<CKivPoint3d>& pts, 
             hits += q.GetMapPoint(p.x, p.y, z);
         }
     }
+    state.counters["octree candidates"] = static_cast<double>(TriMesh::CKivMeshDataInspector::PlanWork(mesh));
+    state.counters["grid built"] = TriMesh::CKivMeshDataInspector::HasPlanIndex(mesh);
     state.counters["hit share"] =
         static_cast<double>(hits) / (static_cast<double>(state.iterations()) * static_cast<double>(pts.size()));
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(pts.size()));
@@ -124,6 +131,15 @@ void BM_MapPointRandomFromScratch(benchmark::State& state)
     RunMapPoints(state, pts, true);
 }
 
+// The first few queries after the mesh changed: a user triangulates, then
+// asks a handful of elevations.
+void BM_MapPointFirstFew(benchmark::State& state)
+{
+    static const std::vector<CKivPoint3d> all = RandomPositions(kQueries);
+    const std::vector<CKivPoint3d> pts(all.begin(), all.begin() + state.range(0));
+    RunMapPoints(state, pts, true);
+}
+
 void BM_MapPointRows(benchmark::State& state)
 {
     static const std::vector<CKivPoint3d> pts = RowPositions(kQueries);
@@ -133,11 +149,12 @@ void BM_MapPointRows(benchmark::State& state)
 void BM_PlanGridBuild(benchmark::State& state)
 {
     TriMesh::CKivMeshData& mesh = Tin();
-    std::size_t entries = 0;
+    std::size_t entries = 0, bytes = 0;
     for (auto _ : state) {
-        entries = TriMesh::CKivMeshDataInspector::BuildPlanIndex(mesh);
+        entries = TriMesh::CKivMeshDataInspector::BuildPlanIndex(mesh, bytes);
     }
     state.counters["entries"] = static_cast<double>(entries);
+    state.counters["bytes per triangle"] = static_cast<double>(bytes) / mesh.TriNum();
 }
 
 void BM_Outline(benchmark::State& state)
@@ -239,6 +256,7 @@ void BM_HitTestPt(benchmark::State& state)
 } // namespace
 
 BENCHMARK(BM_MapPointRandomFromScratch)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_MapPointFirstFew)->Unit(benchmark::kMillisecond)->Arg(1)->Arg(100)->Arg(10000)->Iterations(3);
 BENCHMARK(BM_MapPointRandom)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_MapPointRows)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(BM_PlanGridBuild)->Unit(benchmark::kMillisecond)->Iterations(2);

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <random>
 #include <utility>
 #include <vector>
@@ -236,18 +237,46 @@ std::vector<CKivPoint3d> QueryPoints(std::mt19937& rng, const std::vector<CKivTr
     return q;
 }
 
+// The grid keeps its own copy of the corners, numbered through the
+// vertices' creation indices: with slivers, walls and non-finite corners
+// among the triangles, and indices that repeat, are negative or are far
+// apart (after deletions the store does not renumber), it must still give
+// the column's answer.
 TEST(MeshQueryRef, ElevationFromThePlanGridEqualsTheOctreeColumn)
 {
     std::mt19937 rng(17);
-    int hits = 0;
+    const double nan = std::numeric_limits<double>::quiet_NaN(), inf = std::numeric_limits<double>::infinity();
+    int hits = 0, round = 0;
     for (const double scale : {1e-3, 1.0, 1e5}) {
         for (const double offset : {0.0, 1e6}) {
             for (const bool fold : {false, true}) {
-                const int n = 12;
-                const std::vector<CKivTri3d> tris = RandomTin(rng, n, scale, offset, fold);
+                const int n = 12, numbering = round++ % 3;
+                std::vector<CKivTri3d> tris = RandomTin(rng, n, scale, offset, fold);
+                const auto at = [&](double x, double y, double z) {
+                    return P(offset + scale * x, offset + scale * y, z);
+                };
+                for (int i = 0; fold && i < 8; ++i) {
+                    const double x = 1.0 + i, y = 0.5 + 0.9 * i;
+                    tris.emplace_back(at(x, y, 0.1), at(x + 5, y + 1e-7, 0.3), at(x + 9, y, scale)); // sliver
+                    tris.emplace_back(at(x, y, 0), at(x + 1, y, 0), at(x, y, scale));                // wall
+                    tris.emplace_back(at(x, y, 0), at(x + 1, y + 1e-4, 0), at(x, y + 1e-3, 100 * scale));
+                }
+                if (fold) {
+                    tris.emplace_back(at(2, 2, 0), P(nan, offset, 0), at(3, 2, 1));
+                }
                 CKivMeshData mesh;
                 mesh.InputData(tris, true);
                 CKivMeshDataInspector ins(mesh);
+                int k = 0;
+                for (_sTri* t : ins.Tris()) {
+                    for (_sVertex* v : t->pVt) {
+                        if (numbering == 1) {
+                            v->nIndex = ++k % 3 == 0 ? 0 : (k % 3 == 1 ? -5 : v->nIndex);
+                        } else if (numbering == 2 && ++k == 7) {
+                            v->nIndex = 1 << 29;
+                        }
+                    }
+                }
                 CKivMeshQuery q(mesh);
                 const std::vector<CKivPoint3d> pts = QueryPoints(rng, tris, scale, offset, n);
                 for (const bool grid : {false, true}) {
@@ -269,9 +298,15 @@ TEST(MeshQueryRef, ElevationFromThePlanGridEqualsTheOctreeColumn)
                         double zr = -7.0, zf = -7.0;
                         const bool r = RefMapPoint(q, p.x, p.y, zr);
                         ASSERT_EQ(q.GetMapPoint(p.x, p.y, zf), r)
-                            << scale << " " << offset << " " << p.x << " " << p.y;
+                            << scale << " " << offset << " " << numbering << " " << p.x << " " << p.y;
                         ASSERT_EQ(zf, zr);
                         hits += r;
+                    }
+                    for (const double x : {nan, inf, -inf}) {
+                        double z = -7.0;
+                        EXPECT_FALSE(q.GetMapPoint(x, offset, z));
+                        EXPECT_FALSE(q.GetMapPoint(offset, x, z));
+                        EXPECT_EQ(z, -7.0);
                     }
                 }
             }
@@ -533,9 +568,11 @@ TEST(MeshQueryRef, BoundaryEdgesAndLinkingEqualTheSlotScan)
     for (int it = 0; it < 60; ++it) {
         // A grid with cells dropped (holes, islands, pinch points), some
         // triangles repeated (edges used three and four times), some flipped,
-        // in shuffled order.
+        // in shuffled order. Every tenth grid is large enough for thousands
+        // of live edges (the table grows several times).
+        const int nx = it % 10 == 0 ? 32 : 9, ny = it % 10 == 0 ? 27 : 7;
         std::vector<CKivTri3d> tris = GridTris(
-            9, 7, 1.0, 0.0, 0.0, [](double, double) { return 0.0; }, [&](int, int) { return coin(rng) < 70; });
+            nx, ny, 1.0, 0.0, 0.0, [](double, double) { return 0.0; }, [&](int, int) { return coin(rng) < 70; });
         const std::size_t base = tris.size();
         for (std::size_t i = 0; i < base; ++i) {
             if (coin(rng) < 8) {

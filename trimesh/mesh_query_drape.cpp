@@ -147,7 +147,7 @@ void CKivMeshQuery::GetMapLineSeg(const CKivPoint3d& p1, const CKivPoint3d& p2, 
         const CKivOctNode* root = m_pMesh->m_pOctTree->Root();
         const CKivOctBox column{{x0, y0, root->m_box.dMin[2]}, {x1, y1, root->m_box.dMax[2]}};
         std::vector<_sTri*> cand;
-        grid->CandidatesInBox(x0, y0, x1, y1, cand);
+        grid->CandidatesInBox(m_pMesh->m_vecTri, x0, y0, x1, y1, cand);
         struct SPiece {
             std::uint64_t key;
             CKivPoint3d q1, q2;

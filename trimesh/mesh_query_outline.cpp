@@ -1,49 +1,70 @@
 // CKivMeshQuery: the outline of the mesh, from its boundary edges.
 #include <kivgeo/mesh_query.h>
 
+#include "trimesh/big_array_alloc.h"
+
 #include <cmath>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <queue>
 #include <unordered_map>
+#include <utility>
 
 namespace TriMesh {
 
 namespace {
 
+// An edge of the cancellation, in the slot it took.
+struct SSlot {
+    _sVertex* a;
+    _sVertex* b;
+};
+
 // Live boundary edges during the cancellation: an open-addressing table from
-// an undirected edge (its two vertex addresses, smaller first) to its slot,
-// with linear probing and backward-shift deletion (no tombstones). Millions
-// of insertions and removals run through it on a large TIN, so it avoids the
-// allocation per entry of a node-based map.
+// an undirected edge to its slot, with linear probing and backward-shift
+// deletion (no tombstones). Millions of insertions and removals run through
+// it on a large TIN, and hundreds of thousands of edges are live at once, so
+// an entry is only 8 bytes: the slot, and 32 bits of the edge's hash (which
+// also give its home); the edge itself is read from the slot when the hash
+// bits match. The table then mostly stays in cache where one with the
+// vertex addresses in it would not.
 class CEdgeTable {
 public:
-    CEdgeTable() { Rehash(1024); }
+    explicit CEdgeTable(const std::vector<SSlot>& slots) : m_slots(slots) { Rehash(1024); }
 
     // The slot of the live edge (a, b), or npos; pos is where it sits, or
     // where it would be inserted (the table then has room for it).
     std::size_t Find(const _sVertex* a, const _sVertex* b, std::size_t& pos)
     {
-        if (2 * (m_nCount + 1) > m_vecEntry.size()) {
+        // Up to 70 % full: linear probing still ends within a line or two,
+        // and the table stays small enough to stay in cache.
+        if (10 * (m_nCount + 1) > 7 * m_vecEntry.size()) {
             Rehash(2 * m_vecEntry.size());
         }
-        const SKey k = MakeKey(a, b);
-        for (pos = Home(k);; pos = (pos + 1) & m_nMask) {
+        const std::uint32_t tag = Hash(a, b);
+        for (pos = tag & m_nMask;; pos = (pos + 1) & m_nMask) {
             const SEntry& e = m_vecEntry[pos];
-            if (e.lo == 0) {
+            if (e.slot == 0) {
                 return npos;
             }
-            if (e.lo == k.lo && e.hi == k.hi) {
-                return e.slot;
+            if (e.tag == tag) {
+                const SSlot& s = m_slots[e.slot - 1];
+                if ((s.a == a && s.b == b) || (s.a == b && s.b == a)) {
+                    return e.slot - 1;
+                }
             }
         }
+    }
+    // Asks for the line where the search for (a, b) starts.
+    void Prefetch(const _sVertex* a, const _sVertex* b) const
+    {
+        __builtin_prefetch(&m_vecEntry[Hash(a, b) & m_nMask]);
     }
     // At a pos that Find() just gave for (a, b).
     void InsertAt(std::size_t pos, const _sVertex* a, const _sVertex* b, std::size_t slot)
     {
-        const SKey k = MakeKey(a, b);
-        m_vecEntry[pos] = SEntry{k.lo, k.hi, slot};
+        m_vecEntry[pos] = SEntry{static_cast<std::uint32_t>(slot + 1), Hash(a, b)};
         ++m_nCount;
     }
     void EraseAt(std::size_t i)
@@ -51,10 +72,10 @@ public:
         // Shift later members of the probe run back into the hole.
         for (std::size_t j = (i + 1) & m_nMask;; j = (j + 1) & m_nMask) {
             const SEntry& e = m_vecEntry[j];
-            if (e.lo == 0) {
+            if (e.slot == 0) {
                 break;
             }
-            const std::size_t h = Home(SKey{e.lo, e.hi});
+            const std::size_t h = e.tag & m_nMask;
             // e may move to i when its home does not lie cyclically in (i, j].
             if (((j - h) & m_nMask) >= ((j - i) & m_nMask)) {
                 m_vecEntry[i] = e;
@@ -68,38 +89,33 @@ public:
     static constexpr std::size_t npos = static_cast<std::size_t>(-1);
 
 private:
-    // Addresses plus one, so that zero marks an empty entry.
-    struct SKey {
-        std::uintptr_t lo, hi;
-    };
+    // Slot plus one, so that zero marks an empty entry.
     struct SEntry {
-        std::uintptr_t lo = 0, hi = 0;
-        std::size_t slot = 0;
+        std::uint32_t slot = 0;
+        std::uint32_t tag = 0;
     };
 
-    static SKey MakeKey(const _sVertex* a, const _sVertex* b)
+    static std::uint32_t Hash(const _sVertex* a, const _sVertex* b)
     {
-        const std::uintptr_t x = reinterpret_cast<std::uintptr_t>(a) + 1;
-        const std::uintptr_t y = reinterpret_cast<std::uintptr_t>(b) + 1;
-        return x < y ? SKey{x, y} : SKey{y, x};
-    }
-    std::size_t Home(const SKey& k) const
-    {
-        std::uint64_t h = static_cast<std::uint64_t>(k.lo) * 0x9E3779B97F4A7C15ull;
-        h ^= static_cast<std::uint64_t>(k.hi) * 0xC2B2AE3D27D4EB4Full;
+        std::uint64_t x = reinterpret_cast<std::uintptr_t>(a), y = reinterpret_cast<std::uintptr_t>(b);
+        if (y < x) {
+            std::swap(x, y);
+        }
+        std::uint64_t h = x * 0x9E3779B97F4A7C15ull;
+        h ^= y * 0xC2B2AE3D27D4EB4Full;
         h ^= h >> 31;
-        return static_cast<std::size_t>(h) & m_nMask;
+        return static_cast<std::uint32_t>(h);
     }
     void Rehash(std::size_t cap)
     {
-        std::vector<SEntry> old(cap);
+        CKivBigArray<SEntry> old(cap);
         old.swap(m_vecEntry);
         m_nMask = cap - 1;
         m_nCount = 0;
         for (const SEntry& e : old) {
-            if (e.lo != 0) {
-                std::size_t i = Home(SKey{e.lo, e.hi});
-                while (m_vecEntry[i].lo != 0) {
+            if (e.slot != 0) {
+                std::size_t i = e.tag & m_nMask;
+                while (m_vecEntry[i].slot != 0) {
                     i = (i + 1) & m_nMask;
                 }
                 m_vecEntry[i] = e;
@@ -108,7 +124,8 @@ private:
         }
     }
 
-    std::vector<SEntry> m_vecEntry;
+    const std::vector<SSlot>& m_slots;
+    CKivBigArray<SEntry> m_vecEntry;
     std::size_t m_nMask = 0;
     std::size_t m_nCount = 0;
 };
@@ -122,17 +139,22 @@ void CKivMeshQuery::GetSegsOfMesh(std::vector<_sSeg*>& out)
     // table finds the live edge (there is at most one per vertex pair) and
     // the heap the lowest empty slot, where a scan of the slots would do
     // both. Records are made for the survivors only.
-    struct SSlot {
-        _sVertex* a;
-        _sVertex* b;
-        bool filled;
-    };
     const std::vector<_sTri*>& tris = m_pMesh->m_vecTri;
     std::vector<SSlot> slots;
+    std::vector<char> filled; // per slot, apart: the table reads slots at random
     std::priority_queue<std::size_t, std::vector<std::size_t>, std::greater<std::size_t>> empty;
-    CEdgeTable live;
+    CEdgeTable live(slots);
     std::size_t nLive = 0;
-    for (const _sTri* t : tris) {
+    for (std::size_t i = 0; i < tris.size(); ++i) {
+        // The table is read at random: ask for the lines a few triangles
+        // ahead.
+        if (i + 8 < tris.size() && tris[i + 8]) {
+            const _sTri* u = tris[i + 8];
+            for (int k = 0; k < 3; ++k) {
+                live.Prefetch(u->pVt[k], u->pVt[(k + 1) % 3]);
+            }
+        }
+        const _sTri* t = tris[i];
         if (!t) {
             continue;
         }
@@ -142,7 +164,7 @@ void CKivMeshQuery::GetSegsOfMesh(std::vector<_sSeg*>& out)
             std::size_t pos;
             const std::size_t found = live.Find(a, b, pos);
             if (found != CEdgeTable::npos) {
-                slots[found].filled = false;
+                filled[found] = 0;
                 empty.push(found);
                 live.EraseAt(pos);
                 --nLive;
@@ -152,10 +174,12 @@ void CKivMeshQuery::GetSegsOfMesh(std::vector<_sSeg*>& out)
             if (!empty.empty()) {
                 slot = empty.top();
                 empty.pop();
-                slots[slot] = SSlot{a, b, true};
+                slots[slot] = SSlot{a, b};
+                filled[slot] = 1;
             } else {
                 slot = slots.size();
-                slots.push_back(SSlot{a, b, true});
+                slots.push_back(SSlot{a, b});
+                filled.push_back(1);
             }
             live.InsertAt(pos, a, b, slot);
             ++nLive;
@@ -164,11 +188,11 @@ void CKivMeshQuery::GetSegsOfMesh(std::vector<_sSeg*>& out)
     out.clear();
     out.reserve(nLive);
     try {
-        for (const SSlot& s : slots) {
-            if (s.filled) {
+        for (std::size_t i = 0; i < slots.size(); ++i) {
+            if (filled[i]) {
                 _sSeg* seg = new _sSeg;
-                seg->pVt[0] = s.a;
-                seg->pVt[1] = s.b;
+                seg->pVt[0] = slots[i].a;
+                seg->pVt[1] = slots[i].b;
                 out.push_back(seg);
             }
         }

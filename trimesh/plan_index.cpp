@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <unordered_map>
 #include <utility>
 
 namespace TriMesh {
@@ -18,10 +19,33 @@ constexpr std::size_t kMaxCellsPerTri = 256;
 constexpr double kCellsPerTri = 1.0;
 constexpr std::size_t kMaxCells = std::size_t(1) << 24;
 
+// A triangle's plan box grown by a margin. The line test accepts hits up
+// to a barycentric slack of 1e-6 outside the triangle; in plan that is
+// within 1e-6 times the sum of two edge spans. Ten times that, plus a few
+// ulps of the coordinates for the rounding of the hit point, bounds every
+// accepted hit. Steep triangles are draped by cutting them against a wall,
+// with that test's absolute tolerances: their boxes grow by more.
 struct SPlanBox {
-    double x0, x1, y0, y1;
-    double margin;
-    _sTri* t;
+    double x0, x1, y0, y1, margin;
+
+    SPlanBox(const CKivPoint3d& a, const CKivPoint3d& b, const CKivPoint3d& c)
+    {
+        const double bx0 = std::min(a.x, std::min(b.x, c.x)), bx1 = std::max(a.x, std::max(b.x, c.x));
+        const double by0 = std::min(a.y, std::min(b.y, c.y)), by1 = std::max(a.y, std::max(b.y, c.y));
+        const double bz0 = std::min(a.z, std::min(b.z, c.z)), bz1 = std::max(a.z, std::max(b.z, c.z));
+        const double span = (bx1 - bx0) + (by1 - by0) + (bz1 - bz0);
+        const double mag = std::fabs(bx0) + std::fabs(bx1) + std::fabs(by0) + std::fabs(by1);
+        margin = 1e-5 * span + 1e-12 * mag;
+        const CGeoVector n = CGeoVector(b - a) ^ CGeoVector(c - a);
+        if (!(n.z * n.z >= 1e-6 * n.Length2())) {
+            margin += 1e-5;
+        }
+        x0 = bx0 - margin, x1 = bx1 + margin, y0 = by0 - margin, y1 = by1 + margin;
+    }
+    bool IsFinite() const
+    {
+        return std::isfinite(x0) && std::isfinite(x1) && std::isfinite(y0) && std::isfinite(y1);
+    }
 };
 
 // The triangle's plan footprint, grown by a margin, for separating-axis
@@ -33,12 +57,12 @@ struct SPlanBox {
 struct SFootprint {
     double nx[3], ny[3], lo[3], hi[3];
 
-    SFootprint(const _sTri& t, double margin, double ox, double oy)
+    SFootprint(const CKivPoint3d* const pt[3], double margin, double ox, double oy)
     {
         for (int e = 0; e < 3; ++e) {
-            const CKivPoint3d& p = t.pVt[e]->pt;
-            const CKivPoint3d& q = t.pVt[(e + 1) % 3]->pt;
-            const CKivPoint3d& r = t.pVt[(e + 2) % 3]->pt;
+            const CKivPoint3d& p = *pt[e];
+            const CKivPoint3d& q = *pt[(e + 1) % 3];
+            const CKivPoint3d& r = *pt[(e + 2) % 3];
             nx[e] = p.y - q.y, ny[e] = q.x - p.x;
             const double a = nx[e] * (p.x - ox) + ny[e] * (p.y - oy), b = nx[e] * (r.x - ox) + ny[e] * (r.y - oy);
             const double grow = margin * std::sqrt(nx[e] * nx[e] + ny[e] * ny[e]);
@@ -60,6 +84,48 @@ struct SFootprint {
     }
 };
 
+// Numbers the corner vertices in the order they are first met. A vertex's
+// creation index is nearly always unique among the live vertices and serves
+// as the key of a flat table; a vertex whose index is taken by another (the
+// store does not renumber after deletions) goes to a hash map.
+class CCornerNumbers {
+public:
+    CCornerNumbers(std::size_t maxIndex, std::size_t corners)
+    {
+        // A flat table only when the indices are not far sparser than the
+        // corners.
+        if (maxIndex < 4 * corners + 1024) {
+            m_vecOwner.assign(maxIndex + 1, nullptr);
+            m_vecId.resize(maxIndex + 1);
+        }
+    }
+    std::uint32_t Number(const _sVertex* v, CKivBigArray<CKivPoint3d>& pts)
+    {
+        const std::size_t ix = static_cast<std::size_t>(v->nIndex);
+        if (v->nIndex >= 0 && ix < m_vecOwner.size()) {
+            if (m_vecOwner[ix] == v) {
+                return m_vecId[ix];
+            }
+            if (!m_vecOwner[ix]) {
+                m_vecOwner[ix] = v;
+                m_vecId[ix] = static_cast<std::uint32_t>(pts.size());
+                pts.push_back(v->pt);
+                return m_vecId[ix];
+            }
+        }
+        const auto it = m_mapOther.emplace(v, static_cast<std::uint32_t>(pts.size()));
+        if (it.second) {
+            pts.push_back(v->pt);
+        }
+        return it.first->second;
+    }
+
+private:
+    CKivBigArray<const _sVertex*> m_vecOwner;
+    CKivBigArray<std::uint32_t> m_vecId;
+    std::unordered_map<const _sVertex*, std::uint32_t> m_mapOther;
+};
+
 } // namespace
 
 CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree& tree)
@@ -70,51 +136,60 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
         return;
     }
     RecordOctreeOrder(tris, *root);
-    std::vector<SPlanBox> boxes;
-    boxes.reserve(tris.size());
+
+    // The triangles to grid, each with the centre of its box (the key of
+    // the sort below, so single precision does), and the grid's extent. The
+    // triangles and their corners are scattered in memory: fetch them a few
+    // steps ahead.
+    struct SHome {
+        float x, y;
+        std::uint32_t slot;
+        _sTri* t;
+    };
+    CKivBigArray<SHome> homes;
+    homes.reserve(tris.size());
     double gx0 = HUGE_VAL, gx1 = -HUGE_VAL, gy0 = HUGE_VAL, gy1 = -HUGE_VAL;
-    for (_sTri* t : tris) {
+    std::size_t maxIndex = 0;
+    for (std::size_t i = 0; i < tris.size(); ++i) {
+        if (i + 16 < tris.size()) {
+            __builtin_prefetch(tris[i + 16]);
+        }
+        if (i + 8 < tris.size() && tris[i + 8]) {
+            for (const _sVertex* v : tris[i + 8]->pVt) {
+                __builtin_prefetch(v);
+            }
+        }
+        _sTri* t = tris[i];
         if (!t) {
             continue;
         }
-        const CKivOctBox b = CKivOctBox::OfTri(*t);
-        if (!root->m_box.Contains(b)) {
+        if (!root->m_box.Contains(CKivOctBox::OfTri(*t))) {
             continue; // not in the octree, so never a candidate there either
         }
-        // The line test accepts hits up to a barycentric slack of 1e-6 outside
-        // the triangle; in plan that is within 1e-6 times the sum of two edge
-        // spans. Ten times that, plus a few ulps of the coordinates for the
-        // rounding of the hit point, bounds every accepted hit.
-        const double span = (b.dMax[0] - b.dMin[0]) + (b.dMax[1] - b.dMin[1]) + (b.dMax[2] - b.dMin[2]);
-        const double mag =
-            std::fabs(b.dMin[0]) + std::fabs(b.dMax[0]) + std::fabs(b.dMin[1]) + std::fabs(b.dMax[1]);
-        double margin = 1e-5 * span + 1e-12 * mag;
-        // Steep triangles are draped by cutting them against a wall, with
-        // that test's absolute tolerances: widen their boxes by more.
-        const CGeoVector n = CGeoVector(t->pVt[1]->pt - t->pVt[0]->pt) ^ CGeoVector(t->pVt[2]->pt - t->pVt[0]->pt);
-        if (!(n.z * n.z >= 1e-6 * n.Length2())) {
-            margin += 1e-5;
-        }
-        const SPlanBox pb{
-            b.dMin[0] - margin, b.dMax[0] + margin, b.dMin[1] - margin, b.dMax[1] + margin, margin, t};
-        if (!(std::isfinite(pb.x0) && std::isfinite(pb.x1) && std::isfinite(pb.y0) && std::isfinite(pb.y1))) {
+        const SPlanBox pb(t->pVt[0]->pt, t->pVt[1]->pt, t->pVt[2]->pt);
+        if (!pb.IsFinite()) {
             m_vecWide.push_back(t);
             continue;
         }
-        boxes.push_back(pb);
+        for (const _sVertex* v : t->pVt) {
+            maxIndex = std::max(maxIndex, static_cast<std::size_t>(std::max(v->nIndex, 0)));
+        }
+        homes.push_back(SHome{static_cast<float>(0.5 * pb.x0 + 0.5 * pb.x1),
+                              static_cast<float>(0.5 * pb.y0 + 0.5 * pb.y1), static_cast<std::uint32_t>(i), t});
         gx0 = std::min(gx0, pb.x0), gx1 = std::max(gx1, pb.x1);
         gy0 = std::min(gy0, pb.y0), gy1 = std::max(gy1, pb.y1);
     }
     const double w = gx1 - gx0, h = gy1 - gy0;
-    if (boxes.empty() || !std::isfinite(w) || !std::isfinite(h)) {
-        for (const SPlanBox& pb : boxes) {
-            m_vecWide.push_back(pb.t);
+    // Triangle and corner numbers are 32-bit.
+    if (homes.empty() || !std::isfinite(w) || !std::isfinite(h) || homes.size() >= (std::size_t(1) << 30)) {
+        for (const SHome& e : homes) {
+            m_vecWide.push_back(e.t);
         }
         return;
     }
     // Square cells where the shape allows, about one per triangle.
     const double target =
-        std::min(static_cast<double>(kMaxCells), std::max(1.0, kCellsPerTri * static_cast<double>(boxes.size())));
+        std::min(static_cast<double>(kMaxCells), std::max(1.0, kCellsPerTri * static_cast<double>(homes.size())));
     double nx = 1.0, ny = 1.0;
     if (w > 0.0 && h > 0.0) {
         nx = std::max(1.0, std::min(target, std::round(std::sqrt(target * w / h))));
@@ -129,19 +204,82 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
     m_dX0 = gx0, m_dX1 = gx1, m_dY0 = gy0, m_dY1 = gy1;
     m_dInvX = w > 0.0 ? nx / w : 0.0;
     m_dInvY = h > 0.0 ? ny / h : 0.0;
+    const std::size_t cells = m_nX * m_nY;
+
+    // Into the order of the blocks of 8 x 8 cells that hold their centres
+    // (a counting sort, mesh order within a block), so that neighbours in
+    // plan are neighbours in memory. Blocks rather than cells keep the
+    // sort's counters in cache.
+    const std::size_t n = homes.size();
+    {
+        const std::size_t bx = (m_nX + 7) / 8, blocks = bx * ((m_nY + 7) / 8);
+        const auto Home = [&](const SHome& e) {
+            return CellX(static_cast<double>(e.x)) / 8 + CellY(static_cast<double>(e.y)) / 8 * bx;
+        };
+        std::vector<std::uint32_t> count(blocks + 1, 0);
+        for (const SHome& e : homes) {
+            ++count[Home(e) + 1];
+        }
+        for (std::size_t c = 0; c < blocks; ++c) {
+            count[c + 1] += count[c];
+        }
+        CKivBigArray<SHome> sorted(n);
+        for (const SHome& e : homes) {
+            sorted[count[Home(e)]++] = e;
+        }
+        homes.swap(sorted);
+    }
+
+    // The corners, numbered in that order.
+    m_vecSlot.resize(n);
+    m_vecCorners.resize(n);
+    m_vecPt.reserve(std::min(3 * n, maxIndex + 1));
+    {
+        CCornerNumbers numbers(maxIndex, 3 * n);
+        for (std::size_t r = 0; r < n; ++r) {
+            if (r + 8 < n) {
+                __builtin_prefetch(homes[r + 8].t);
+            }
+            if (r + 4 < n) {
+                for (const _sVertex* v : homes[r + 4].t->pVt) {
+                    __builtin_prefetch(v);
+                }
+            }
+            _sTri* t = homes[r].t;
+            m_vecSlot[r] = homes[r].slot;
+            for (int k = 0; k < 3; ++k) {
+                m_vecCorners[r].v[k] = numbers.Number(t->pVt[k], m_vecPt);
+            }
+        }
+    }
+    CKivBigArray<SHome>().swap(homes);
 
     // A cell holds the triangles whose grown footprint meets it, not all
     // whose box does: about half as many candidates per query. The cell is
     // taken 1 % larger than it is, so that the rounding of CellX() and
-    // CellY() never puts a point into a cell that misses its triangle.
+    // CellY() never puts a point into a cell that misses its triangle. A
+    // triangle whose box covers too many cells goes to the list every query
+    // reports instead.
     const double cw = w > 0.0 ? w / nx : 0.0, ch = h > 0.0 ? h / ny : 0.0;
-    const auto ForCells = [&](const SPlanBox& pb, std::size_t i0, std::size_t i1, std::size_t j0, std::size_t j1,
-                              auto&& f) {
+    CKivBigArray<char> wide(n, 0);
+    const auto ForCells = [&](std::size_t r, auto&& f) {
+        if (wide[r]) {
+            return;
+        }
+        const std::uint32_t* v = m_vecCorners[r].v;
+        const CKivPoint3d* const pt[3] = {&m_vecPt[v[0]], &m_vecPt[v[1]], &m_vecPt[v[2]]};
+        const SPlanBox pb(*pt[0], *pt[1], *pt[2]);
+        const std::size_t i0 = CellX(pb.x0), i1 = CellX(pb.x1), j0 = CellY(pb.y0), j1 = CellY(pb.y1);
         if (i0 == i1 && j0 == j1) {
             f(i0 + j0 * m_nX); // the only cell its box meets
             return;
         }
-        const SFootprint foot(*pb.t, pb.margin, gx0, gy0);
+        if ((i1 - i0 + 1) * (j1 - j0 + 1) > kMaxCellsPerTri) {
+            wide[r] = 1;
+            m_vecWide.push_back(tris[m_vecSlot[r]]);
+            return;
+        }
+        const SFootprint foot(pt, pb.margin, gx0, gy0);
         const double hx = 0.51 * cw, hy = 0.51 * ch;
         for (std::size_t j = j0; j <= j1; ++j) {
             const double my = (static_cast<double>(j) + 0.5) * ch;
@@ -153,19 +291,10 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
         }
     };
 
-    // Two passes: count per cell, then fill (entries stay in mesh order).
-    const std::size_t cells = m_nX * m_nY;
-    std::vector<std::uint32_t> count(cells + 1, 0);
-    std::vector<char> wide(boxes.size(), 0);
-    for (std::size_t i = 0; i < boxes.size(); ++i) {
-        const SPlanBox& pb = boxes[i];
-        const std::size_t i0 = CellX(pb.x0), i1 = CellX(pb.x1), j0 = CellY(pb.y0), j1 = CellY(pb.y1);
-        if ((i1 - i0 + 1) * (j1 - j0 + 1) > kMaxCellsPerTri) {
-            wide[i] = 1;
-            m_vecWide.push_back(pb.t);
-            continue;
-        }
-        ForCells(pb, i0, i1, j0, j1, [&](std::size_t c) { ++count[c]; });
+    // Two passes: count per cell, then fill.
+    CKivBigArray<std::uint32_t> count(cells + 1, 0);
+    for (std::size_t r = 0; r < n; ++r) {
+        ForCells(r, [&](std::size_t c) { ++count[c]; });
     }
     m_vecStart.assign(cells + 1, 0);
     for (std::size_t c = 0; c < cells; ++c) {
@@ -173,13 +302,8 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
     }
     m_vecEntry.resize(m_vecStart[cells]);
     std::copy(m_vecStart.begin(), m_vecStart.end() - 1, count.begin());
-    for (std::size_t i = 0; i < boxes.size(); ++i) {
-        if (wide[i]) {
-            continue;
-        }
-        const SPlanBox& pb = boxes[i];
-        const std::size_t i0 = CellX(pb.x0), i1 = CellX(pb.x1), j0 = CellY(pb.y0), j1 = CellY(pb.y1);
-        ForCells(pb, i0, i1, j0, j1, [&](std::size_t c) { m_vecEntry[count[c]++] = pb.t; });
+    for (std::size_t r = 0; r < n; ++r) {
+        ForCells(r, [&](std::size_t c) { m_vecEntry[count[c]++] = static_cast<std::uint32_t>(r); });
     }
 }
 
@@ -269,7 +393,8 @@ bool CKivPlanIndex::ReportedBy(const _sTri* t, const CKivOctBox& q) const
     return true;
 }
 
-void CKivPlanIndex::CandidatesInBox(double x0, double y0, double x1, double y1, std::vector<_sTri*>& out) const
+void CKivPlanIndex::CandidatesInBox(const std::vector<_sTri*>& tris, double x0, double y0, double x1, double y1,
+                                    std::vector<_sTri*>& out) const
 {
     out.assign(m_vecWide.begin(), m_vecWide.end());
     if (m_dX1 >= m_dX0 && x1 >= m_dX0 && x0 <= m_dX1 && y1 >= m_dY0 && y0 <= m_dY1) {
@@ -277,12 +402,23 @@ void CKivPlanIndex::CandidatesInBox(double x0, double y0, double x1, double y1, 
         for (std::size_t j = j0; j <= j1; ++j) {
             for (std::size_t i = i0; i <= i1; ++i) {
                 const std::size_t c = i + j * m_nX;
-                out.insert(out.end(), m_vecEntry.begin() + m_vecStart[c], m_vecEntry.begin() + m_vecStart[c + 1]);
+                for (std::uint32_t k = m_vecStart[c], e = m_vecStart[c + 1]; k < e; ++k) {
+                    out.push_back(tris[m_vecSlot[m_vecEntry[k]]]);
+                }
             }
         }
     }
     std::sort(out.begin(), out.end(), std::less<_sTri*>());
     out.erase(std::unique(out.begin(), out.end()), out.end());
+}
+
+std::size_t CKivPlanIndex::MemoryBytes() const
+{
+    return sizeof(*this) + m_vecStart.capacity() * sizeof(std::uint32_t) +
+           m_vecEntry.capacity() * sizeof(std::uint32_t) + m_vecSlot.capacity() * sizeof(std::uint32_t) +
+           m_vecCorners.capacity() * sizeof(STriCorners) + m_vecPt.capacity() * sizeof(CKivPoint3d) +
+           m_vecWide.capacity() * sizeof(_sTri*) + m_vecNode.capacity() * sizeof(SNode) +
+           m_vecTriNode.capacity() * sizeof(std::uint32_t) + m_vecTriPos.capacity() * sizeof(std::uint32_t);
 }
 
 } // namespace TriMesh

@@ -20,6 +20,14 @@
 // triangles with non-finite boxes, or boxes over very many cells, sit in a
 // short list that every query reports.
 //
+// For the elevation query the grid also keeps its own copy of the corner
+// positions: the triangles it indexes, sorted by the block of 8 x 8 cells
+// that holds their centres, each as three numbers into one array of
+// positions in the order they are first met. A query then reads a few
+// neighbouring cache lines instead of a chain of scattered triangle and
+// vertex records. On a TIN of 2M triangles all of it takes about 61 bytes
+// per triangle.
+//
 // The octree copy records, per node in the order the octree's queries walk
 // them, its boxes, its parent and the end of its subtree, and per triangle
 // its node and its place in that node's list. Draping uses it to put the
@@ -34,6 +42,7 @@
 #include <kivgeo/export.h>
 #include <kivgeo/mesh_data.h>
 
+#include "trimesh/big_array_alloc.h"
 #include "trimesh/oct_tree.h"
 
 #include <cstddef>
@@ -48,24 +57,40 @@ public:
     // contains their box, as at insertion).
     CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree& tree);
 
-    // Calls f(_sTri*) for every candidate at (x, y); nothing for NaN.
+    // Calls f(a, b, c) with the corner positions, in corner order, of every
+    // candidate at (x, y); nothing for NaN.
     template <class F> void ForEachAt(double x, double y, F&& f) const
     {
-        for (_sTri* t : m_vecWide) {
-            f(t);
+        for (const _sTri* t : m_vecWide) {
+            f(t->pVt[0]->pt, t->pVt[1]->pt, t->pVt[2]->pt);
         }
         if (!(x >= m_dX0 && x <= m_dX1 && y >= m_dY0 && y <= m_dY1)) {
             return;
         }
         const std::size_t c = CellX(x) + CellY(y) * m_nX;
-        for (std::uint32_t k = m_vecStart[c], e = m_vecStart[c + 1]; k < e; ++k) {
-            f(m_vecEntry[k]);
+        const std::uint32_t k0 = m_vecStart[c], k1 = m_vecStart[c + 1];
+        // Ask for all the corner numbers, then all the corners, before the
+        // first test: the reads then overlap instead of waiting on each
+        // other behind the tests' branches.
+        for (std::uint32_t k = k0; k < k1; ++k) {
+            __builtin_prefetch(&m_vecCorners[m_vecEntry[k]]);
+        }
+        for (std::uint32_t k = k0; k < k1; ++k) {
+            for (const std::uint32_t v : m_vecCorners[m_vecEntry[k]].v) {
+                __builtin_prefetch(&m_vecPt[v]);
+            }
+        }
+        for (std::uint32_t k = k0; k < k1; ++k) {
+            const STriCorners& t = m_vecCorners[m_vecEntry[k]];
+            f(m_vecPt[t.v[0]], m_vecPt[t.v[1]], m_vecPt[t.v[2]]);
         }
     }
 
     // Every triangle whose widened plan box meets the box [x0, x1] x [y0, y1]
-    // (and some more), each once, in address order.
-    void CandidatesInBox(double x0, double y0, double x1, double y1, std::vector<_sTri*>& out) const;
+    // (and some more), each once, in address order; tris is the list the
+    // index was built from.
+    void CandidatesInBox(const std::vector<_sTri*>& tris, double x0, double y0, double x1, double y1,
+                         std::vector<_sTri*>& out) const;
 
     // Draping keeps the octree's order: the triangles of the nodes a column
     // query reports, node by node in the order reported, each node's list
@@ -91,6 +116,8 @@ public:
     std::size_t CellCount() const { return m_nX * m_nY; }
     std::size_t EntryCount() const { return m_vecEntry.size(); }
     std::size_t WideCount() const { return m_vecWide.size(); }
+    // Bytes held by all the arrays (their capacities).
+    std::size_t MemoryBytes() const;
 
 private:
     void RecordOctreeOrder(const std::vector<_sTri*>& tris, const CKivOctNode& root);
@@ -110,9 +137,17 @@ private:
     double m_dX0 = 0.0, m_dX1 = -1.0, m_dY0 = 0.0, m_dY1 = -1.0;
     double m_dInvX = 0.0, m_dInvY = 0.0;
     std::size_t m_nX = 1, m_nY = 1;
-    // Cell c holds m_vecEntry[m_vecStart[c] .. m_vecStart[c + 1]).
-    std::vector<std::uint32_t> m_vecStart;
-    std::vector<_sTri*> m_vecEntry;
+    // Cell c holds m_vecEntry[m_vecStart[c] .. m_vecStart[c + 1]), numbers
+    // of gridded triangles: the one in slot m_vecSlot[i] of the mesh's list
+    // has its corners at m_vecCorners[i].
+    CKivBigArray<std::uint32_t> m_vecStart;
+    CKivBigArray<std::uint32_t> m_vecEntry;
+    CKivBigArray<std::uint32_t> m_vecSlot;
+    struct STriCorners {
+        std::uint32_t v[3];
+    };
+    CKivBigArray<STriCorners> m_vecCorners;
+    CKivBigArray<CKivPoint3d> m_vecPt;
     // Reported by every query.
     std::vector<_sTri*> m_vecWide;
 
@@ -133,8 +168,8 @@ private:
         CKivOctBox boxSub;
     };
     std::vector<SNode> m_vecNode;
-    std::vector<std::uint32_t> m_vecTriNode;
-    std::vector<std::uint32_t> m_vecTriPos;
+    CKivBigArray<std::uint32_t> m_vecTriNode;
+    CKivBigArray<std::uint32_t> m_vecTriPos;
     bool m_bOrdered = false;
 };
 
