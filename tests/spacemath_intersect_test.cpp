@@ -501,23 +501,12 @@ TEST(SpaceMapSeg, PieceOverTheMapSegment)
     EXPECT_FALSE(M::Test_Intersect_MapSeg_And_Tri_3D(v0, v1, v2, P(1, 1, 0), P(1, 1, 5), x0, x1));
 }
 
-TEST(SpaceBadInput, NoCrashOnDegenerateOrNonFiniteInput)
+// (Every test here also runs on NaN, infinite and huge coordinates in
+// predicates_alloc_test, under the sanitizers.)
+TEST(SpaceBadInput, FiniteDegenerateInputGivesFiniteAnswers)
 {
-    const CKivPoint3d o = P(0, 0, 0), n = P(kNaN, 0, 0), a = P(1, 0, 0), b = P(0, 1, 0);
+    const CKivPoint3d o = P(0, 0, 0), a = P(1, 0, 0), b = P(0, 1, 0);
     CKivPoint3d x0, x1;
-    const CKivPoint3d pts[] = {o, n, a, b, P(1, 0, 0), P(1e300, 1e300, 1e300)};
-    for (const CKivPoint3d& p : pts) {
-        for (const CKivPoint3d& q : pts) {
-            M::Test_Intersect_Tri_And_Tri_3D(o, a, b, p, q, a, x0, x1);
-            M::Test_Intersect_Ray_And_Triangle_3D(p, q, o, a, b, x0);
-            M::Test_Intersect_Seg_And_Tri_3D(o, a, p, q, b, x0, x1);
-            M::Test_Intersect_Seg_And_Seg_3D(o, p, a, q, x0, x1);
-            M::Test_Intersect_MapSeg_And_Tri_3D(o, a, p, q, b, x0, x1);
-            M::IsPtInTri3D(o, p, q, a);
-            M::CalDistPtToTri(p, o, a, q);
-        }
-    }
-    // Finite degenerate input gives finite answers.
     EXPECT_TRUE(std::isfinite(M::Get_Dist_Seg_To_Seg_3D(o, o, a, a)));
     EXPECT_EQ(M::CalDistPtToTri(a, o, o, o), -1.0);
     EXPECT_EQ(M::Test_Intersect_Tri_And_Tri_3D(o, o, o, o, a, b, x0, x1), -1);
