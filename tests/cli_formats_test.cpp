@@ -67,6 +67,23 @@ void ExpectSameGeometry(const CKivSurfaceData& a, const CKivSurfaceData& b, doub
     }
 }
 
+// Same lines, closed flags and every digit of every vertex.
+void ExpectSameLines(const CKivLineData& a, const CKivLineData& b)
+{
+    ASSERT_EQ(a.vecLine.size(), b.vecLine.size());
+    for (std::size_t i = 0; i < a.vecLine.size(); ++i) {
+        std::vector<CKivPoint3d> p, q;
+        a.vecLine[i].OutputData(p);
+        b.vecLine[i].OutputData(q);
+        EXPECT_EQ(a.vecLine[i].IsClosed(), b.vecLine[i].IsClosed()) << "line " << i;
+        ASSERT_EQ(p.size(), q.size()) << "line " << i;
+        for (std::size_t k = 0; k < p.size(); ++k) {
+            EXPECT_TRUE(p[k].x == q[k].x && p[k].y == q[k].y && p[k].z == q[k].z)
+                << "line " << i << " vertex " << k;
+        }
+    }
+}
+
 std::vector<CKivTri3d> Soup(const CKivSurfaceData& s)
 {
     std::vector<CKivTri3d> tris;
@@ -176,36 +193,6 @@ TEST(TSurf, OneLineHeaderIdsFromZeroAndSeveralObjects)
     EXPECT_EQ(s.vecPartStart, (std::vector<std::size_t>{0, 1}));
 }
 
-TEST(TSurf, MalformedFilesNameFileAndLine)
-{
-    CKivScratch dir;
-    const std::string p = dir / "bad.ts";
-    struct Case {
-        const char* text;
-        const char* expect;
-    };
-    const Case cases[] = {
-        {"GOCAD TSurf 1\nTFACE\nVRTX 1 0 0 0\nVRTX 2 1 0 0\nVRTX 3 0 1 0\nTRGL 1 2 4\nEND\n",
-         ":6: vertex id 4 is not defined"},
-        {"GOCAD TSurf 1\nTFACE\nVRTX 1 0 nan 0\nEND\n", ":3: expected y as a finite number, got 'nan'"},
-        {"GOCAD TSurf 1\nTFACE\nVRTX 1 0 0\nEND\n", ":3: expected VRTX id x y z"},
-        {"GOCAD TSurf 1\nTFACE\nVRTX 1 0 0 0\nVRTX 1 1 0 0\nEND\n", ":4: vertex id 1 is defined twice"},
-        {"GOCAD TSurf 1\nTFACE\nVRTX 1 0 0 0\nVRTX 2 1 0 0\nVRTX 3 0 1 0\nTRGL 1 2 3\n",
-         ":6: expected END at the end"},
-        {"GOCAD PLine 1\nEND\n", ":1: expected 'GOCAD TSurf 1'"},
-        {"GOCAD TSurf 1\nHEADER {\nname:x\n", ":3: expected '}' closing the HEADER"},
-        {"GOCAD TSurf 1\nTFACE\nVRTX 1 0 0 0\nEND\n", "bad.ts: no triangles found"},
-        {"", "bad.ts: empty file"},
-        {"GOCAD TSurf 1\nTFACE\nVRTX -3 0 0 0\nEND\n", ":3: expected a vertex id as a non-negative integer"},
-    };
-    for (const Case& c : cases) {
-        WriteText(p, c.text);
-        const std::string msg = ErrorOf([&] { ReadSurface(p); });
-        EXPECT_NE(msg.find(c.expect), std::string::npos) << "message: " << msg << "\nexpected: " << c.expect;
-        EXPECT_EQ(msg.find('\n'), std::string::npos) << msg;
-    }
-}
-
 TEST(PLine, ReadsPartsClosedLinesAndDepth)
 {
     CKivScratch dir;
@@ -254,29 +241,7 @@ END
     EXPECT_NE(text.find("SEG 7 4\n"), std::string::npos); // closing segment
     const CKivLineData e = ReadLines(dir / "out.pl");
     EXPECT_EQ(e.info.vecCoordSys, d.info.vecCoordSys);
-    ASSERT_EQ(e.vecLine.size(), 2u);
-    for (std::size_t i = 0; i < 2; ++i) {
-        std::vector<CKivPoint3d> a, b;
-        d.vecLine[i].OutputData(a);
-        e.vecLine[i].OutputData(b);
-        ASSERT_EQ(a.size(), b.size());
-        for (std::size_t k = 0; k < a.size(); ++k) {
-            EXPECT_TRUE(a[k].x == b[k].x && a[k].y == b[k].y && a[k].z == b[k].z);
-        }
-        EXPECT_EQ(d.vecLine[i].IsClosed(), e.vecLine[i].IsClosed());
-    }
-}
-
-TEST(PLine, MalformedFiles)
-{
-    CKivScratch dir;
-    const std::string p = dir / "bad.pl";
-    WriteText(p, "GOCAD PLine 1\nILINE\nVRTX 1 0 0 0\nSEG 1 2\nEND\n");
-    EXPECT_NE(ErrorOf([&] { ReadLines(p); }).find("bad.pl:4: vertex id 2 is not defined"), std::string::npos);
-    WriteText(p, "GOCAD PLine 1\nILINE\nVRTX 1 0 0 0\nEND\n");
-    EXPECT_NE(ErrorOf([&] { ReadLines(p); }).find("no line with two or more vertices"), std::string::npos);
-    WriteText(p, "GOCAD PLine 1\nILINE\nVRTX 1 0 0 1e999\nEND\n");
-    EXPECT_NE(ErrorOf([&] { ReadLines(p); }).find("bad.pl:3: expected z as a finite number"), std::string::npos);
+    ExpectSameLines(d, e);
 }
 
 TEST(GeoJson, ReadsLineAndPolygonGeometriesAndRoundTrips)
@@ -304,47 +269,9 @@ TEST(GeoJson, ReadsLineAndPolygonGeometriesAndRoundTrips)
     for (const char* ext : {"geojson", "txt", "pl"}) {
         const std::string out = dir / (std::string("out.") + ext);
         WriteLines(out, d);
-        const CKivLineData e = ReadLines(out);
-        ASSERT_EQ(e.vecLine.size(), d.vecLine.size()) << ext;
-        for (std::size_t i = 0; i < d.vecLine.size(); ++i) {
-            EXPECT_EQ(e.vecLine[i].IsClosed(), d.vecLine[i].IsClosed()) << ext << " line " << i;
-            ASSERT_EQ(e.vecLine[i].NumVerts(), d.vecLine[i].NumVerts()) << ext << " line " << i;
-            for (unsigned k = 0; k < d.vecLine[i].NumVerts(); ++k) {
-                CKivPoint3d a, b;
-                d.vecLine[i].GetVertex(k, a);
-                e.vecLine[i].GetVertex(k, b);
-                EXPECT_TRUE(a.x == b.x && a.y == b.y && a.z == b.z) << ext;
-            }
-        }
+        SCOPED_TRACE(ext);
+        ExpectSameLines(d, ReadLines(out));
     }
-}
-
-TEST(GeoJson, MalformedFiles)
-{
-    CKivScratch dir;
-    const std::string p = dir / "bad.geojson";
-    WriteText(
-        p, "{\"type\": \"FeatureCollection\",\n \"features\": [\n {\"type\": \"Feature\" \"geometry\": null}]}");
-    EXPECT_NE(ErrorOf([&] { ReadLines(p); }).find("bad.geojson:3: invalid JSON"), std::string::npos);
-    WriteText(p, R"({"type": "Point", "coordinates": [1, 2]})");
-    EXPECT_NE(ErrorOf([&] { ReadLines(p); }).find("expected a line or polygon geometry, got Point"),
-              std::string::npos);
-    WriteText(p, R"({"type": "LineString", "coordinates": [[1, 2], ["a", 3]]})");
-    EXPECT_NE(ErrorOf([&] { ReadLines(p); }).find("position 2: expected a position"), std::string::npos);
-    WriteText(p, "");
-    EXPECT_NE(ErrorOf([&] { ReadLines(p); }).find("bad.geojson: invalid JSON"), std::string::npos);
-}
-
-TEST(TextBlocks, WrongColumnsAndSinglePoints)
-{
-    CKivScratch dir;
-    const std::string p = dir / "lines.txt";
-    WriteText(p, "# section\n0 0 1\n1 1 1\n\n5 5\n6 6 7 8\n");
-    EXPECT_NE(ErrorOf([&] { ReadLines(p); }).find("lines.txt:6: expected x y or x y z, found 4 columns"),
-              std::string::npos);
-    WriteText(p, "0 0 1\n\n5 5 1\n6 6 1\n");
-    EXPECT_NE(ErrorOf([&] { ReadLines(p); }).find("lines.txt:1: expected a line of at least 2 points"),
-              std::string::npos);
 }
 
 TEST(Points, HeaderColumnsSeparatorsAndComments)
@@ -363,34 +290,6 @@ TEST(Points, HeaderColumnsSeparatorsAndComments)
     const std::vector<CKivPoint3d> back = ReadPoints(dir / "c.csv");
     ASSERT_EQ(back.size(), 2u);
     EXPECT_EQ(back[1].z, 11.0);
-}
-
-TEST(Points, MalformedFiles)
-{
-    CKivScratch dir;
-    const std::string p = dir / "p.xyz";
-    struct Case {
-        const char* text;
-        const char* expect;
-    };
-    const Case cases[] = {
-        {"1 2 3\n4 5 6\n7 8\n", "p.xyz:3: expected 3 columns like the rows before, found 2"},
-        {"1 2\n", "p.xyz:1: expected at least 3 columns x y z, found 2"},
-        {"1 2 3\n4 NaN 6\n", "p.xyz:2: expected y as a finite number, got 'NaN'"},
-        {"1 2 3\n4 5 inf\n", "p.xyz:2: expected z as a finite number, got 'inf'"},
-        {"1 2 3\n4 5 6x\n", "p.xyz:2: expected z as a finite number, got '6x'"},
-        {"# only a comment\n\n", "p.xyz: no points found"},
-        {"", "p.xyz: no points found"},
-    };
-    for (const Case& c : cases) {
-        WriteText(p, c.text);
-        const std::string msg = ErrorOf([&] { ReadPoints(p); });
-        EXPECT_NE(msg.find(c.expect), std::string::npos) << "message: " << msg << "\nexpected: " << c.expect;
-    }
-    EXPECT_NE(ErrorOf([&] { ReadPoints(dir / "missing.xyz"); }).find("missing.xyz: cannot open"),
-              std::string::npos);
-    EXPECT_NE(ErrorOf([&] { ReadPoints(dir / "p.dat"); }).find("unknown points extension '.dat'"),
-              std::string::npos);
 }
 
 TEST(SurfaceFormats, RoundTripsKeepEveryDigit)
@@ -433,41 +332,93 @@ TEST(SurfaceFormats, PolygonFacesAreFannedAndVtkIsWritten)
     EXPECT_NE(vtk.find("SCALARS elevation double 1\n"), std::string::npos);
 }
 
-TEST(SurfaceFormats, MalformedFilesNameFileAndLine)
+// Every reader stops at the first fault with one line naming the file, the
+// line where there is one, and what was expected.
+TEST(Readers, MalformedFilesNameFileAndLine)
 {
     CKivScratch dir;
+    enum EKind { eSurface, eLines, ePoints };
     struct Case {
+        EKind kind;
         const char* name;
-        std::string text;
+        std::string text; // "-" for no file at all
         const char* expect;
     };
     std::string truncatedPly = "ply\nformat binary_little_endian 1.0\nelement vertex 3\nproperty float x\n"
                                "property float y\nproperty float z\nend_header\n";
     truncatedPly += std::string(20, '\0');
+    const char* const ts = "GOCAD TSurf 1\nTFACE\n";
     const Case cases[] = {
-        {"a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 5\n", "a.obj:4: face corner 5 names no vertex"},
-        {"b.obj", "v 0 0 0\nv 1 zero 0\n", "b.obj:2: expected y as a finite number, got 'zero'"},
-        {"c.obj", "v 0 0 0\n", "c.obj: no triangles found"},
-        {"d.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n", "d.off:4: unexpected end of file"},
-        {"e.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 3\n", "e.off:6: vertex number 3 out of range"},
-        {"f.off", "COFF\n", "f.off:1: expected the keyword OFF"},
-        {"g.ply",
+        {eSurface, "a.ts", std::string(ts) + "VRTX 1 0 0 0\nVRTX 2 1 0 0\nVRTX 3 0 1 0\nTRGL 1 2 4\nEND\n",
+         "a.ts:6: vertex id 4 is not defined"},
+        {eSurface, "b.ts", std::string(ts) + "VRTX 1 0 nan 0\nEND\n",
+         "b.ts:3: expected y as a finite number, got 'nan'"},
+        {eSurface, "c.ts", std::string(ts) + "VRTX 1 0 0\nEND\n", "c.ts:3: expected VRTX id x y z"},
+        {eSurface, "d.ts", std::string(ts) + "VRTX 1 0 0 0\nVRTX 1 1 0 0\nEND\n",
+         "d.ts:4: vertex id 1 is defined twice"},
+        {eSurface, "e.ts", std::string(ts) + "VRTX 1 0 0 0\nVRTX 2 1 0 0\nVRTX 3 0 1 0\nTRGL 1 2 3\n",
+         "e.ts:6: expected END at the end"},
+        {eSurface, "f.ts", "GOCAD PLine 1\nEND\n", "f.ts:1: expected 'GOCAD TSurf 1'"},
+        {eSurface, "g.ts", "GOCAD TSurf 1\nHEADER {\nname:x\n", "g.ts:3: expected '}' closing the HEADER"},
+        {eSurface, "h.ts", std::string(ts) + "VRTX 1 0 0 0\nEND\n", "h.ts: no triangles found"},
+        {eSurface, "i.ts", "", "i.ts: empty file"},
+        {eSurface, "j.ts", std::string(ts) + "VRTX -3 0 0 0\nEND\n",
+         "j.ts:3: expected a vertex id as a non-negative integer"},
+        {eSurface, "a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 5\n", "a.obj:4: face corner 5 names no vertex"},
+        {eSurface, "b.obj", "v 0 0 0\nv 1 zero 0\n", "b.obj:2: expected y as a finite number, got 'zero'"},
+        {eSurface, "c.obj", "v 0 0 0\n", "c.obj: no triangles found"},
+        {eSurface, "d.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n", "d.off:4: unexpected end of file"},
+        {eSurface, "e.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 3\n", "e.off:6: vertex number 3 out of range"},
+        {eSurface, "f.off", "COFF\n", "f.off:1: expected the keyword OFF"},
+        {eSurface, "g.ply",
          "ply\nformat ascii 1.0\nelement vertex 3\nproperty double x\nproperty double y\n"
          "property double z\nelement face 1\nproperty list uchar int vertex_indices\nend_header\n"
          "0 0 0\n1 0 0\n0 1\n3 0 1 2\n",
          "g.ply:12: expected more values"},
-        {"h.ply", "ply\nformat ascii 1.0\nelement vertex 1\nproperty quad x\nend_header\n",
+        {eSurface, "h.ply", "ply\nformat ascii 1.0\nelement vertex 1\nproperty quad x\nend_header\n",
          "h.ply:4: unknown property type 'quad'"},
-        {"i.ply", truncatedPly, "i.ply: unexpected end of binary data"},
-        {"j.stl", "solid x\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 1 0 nan\n",
+        {eSurface, "i.ply", truncatedPly, "i.ply: unexpected end of binary data"},
+        {eSurface, "j.stl", "solid x\nfacet normal 0 0 1\nouter loop\nvertex 0 0 0\nvertex 1 0 nan\n",
          "j.stl:5: expected z as a finite number"},
-        {"k.stl", "garbage", "k.stl:1: expected 'solid'"},
-        {"l.ts2", "", "unknown surface extension '.ts2'"},
+        {eSurface, "k.stl", "garbage", "k.stl:1: expected 'solid'"},
+        {eSurface, "l.ts2", "", "unknown surface extension '.ts2'"},
+        {eLines, "a.pl", "GOCAD PLine 1\nILINE\nVRTX 1 0 0 0\nSEG 1 2\nEND\n",
+         "a.pl:4: vertex id 2 is not defined"},
+        {eLines, "b.pl", "GOCAD PLine 1\nILINE\nVRTX 1 0 0 0\nEND\n", "no line with two or more vertices"},
+        {eLines, "c.pl", "GOCAD PLine 1\nILINE\nVRTX 1 0 0 1e999\nEND\n", "c.pl:3: expected z as a finite number"},
+        {eLines, "a.geojson",
+         "{\"type\": \"FeatureCollection\",\n \"features\": [\n {\"type\": \"Feature\" \"geometry\": null}]}",
+         "a.geojson:3: invalid JSON"},
+        {eLines, "b.geojson", R"({"type": "Point", "coordinates": [1, 2]})",
+         "expected a line or polygon geometry, got Point"},
+        {eLines, "c.geojson", R"({"type": "LineString", "coordinates": [[1, 2], ["a", 3]]})",
+         "position 2: expected a position"},
+        {eLines, "d.geojson", "", "d.geojson: invalid JSON"},
+        {eLines, "a.txt", "# section\n0 0 1\n1 1 1\n\n5 5\n6 6 7 8\n",
+         "a.txt:6: expected x y or x y z, found 4 columns"},
+        {eLines, "b.txt", "0 0 1\n\n5 5 1\n6 6 1\n", "b.txt:1: expected a line of at least 2 points"},
+        {ePoints, "a.xyz", "1 2 3\n4 5 6\n7 8\n", "a.xyz:3: expected 3 columns like the rows before, found 2"},
+        {ePoints, "b.xyz", "1 2\n", "b.xyz:1: expected at least 3 columns x y z, found 2"},
+        {ePoints, "c.xyz", "1 2 3\n4 NaN 6\n", "c.xyz:2: expected y as a finite number, got 'NaN'"},
+        {ePoints, "d.xyz", "1 2 3\n4 5 inf\n", "d.xyz:2: expected z as a finite number, got 'inf'"},
+        {ePoints, "e.xyz", "1 2 3\n4 5 6x\n", "e.xyz:2: expected z as a finite number, got '6x'"},
+        {ePoints, "f.xyz", "# only a comment\n\n", "f.xyz: no points found"},
+        {ePoints, "g.xyz", "", "g.xyz: no points found"},
+        {ePoints, "missing.xyz", "-", "missing.xyz: cannot open"},
+        {ePoints, "p.dat", "-", "unknown points extension '.dat'"},
     };
     for (const Case& c : cases) {
-        WriteText(dir / c.name, c.text);
-        const std::string msg = ErrorOf([&] { ReadSurface(dir / c.name); });
+        const std::string path = dir / c.name;
+        if (c.text != "-") {
+            WriteText(path, c.text);
+        }
+        const std::string msg = ErrorOf([&] {
+            c.kind == eSurface ? (void)ReadSurface(path)
+            : c.kind == eLines ? (void)ReadLines(path)
+                               : (void)ReadPoints(path);
+        });
         EXPECT_NE(msg.find(c.expect), std::string::npos) << "message: " << msg << "\nexpected: " << c.expect;
+        EXPECT_EQ(msg.find('\n'), std::string::npos) << msg;
     }
 }
 

@@ -225,7 +225,7 @@ TEST(HostileInput, HundredThousandCollinearPoints)
 
 TEST(HostileInput, GridWithEveryPointDuplicated)
 {
-    const std::vector<CKivPoint3d> grid = Grid(300, 1.0);
+    const std::vector<CKivPoint3d> grid = Grid(150, 1.0);
     TinRun run;
     run.coverHull = true;
     for (const CKivPoint3d& p : grid) {
@@ -235,8 +235,8 @@ TEST(HostileInput, GridWithEveryPointDuplicated)
     bool ok = false;
     const std::vector<CKivTri3d> tris = run.Run(ok);
     EXPECT_TRUE(ok);
-    EXPECT_EQ(tris.size(), 2u * 299 * 299);
-    EXPECT_NEAR(TotalArea(tris), 299.0 * 299.0, 1e-6);
+    EXPECT_EQ(tris.size(), 2u * 149 * 149);
+    EXPECT_NEAR(TotalArea(tris), 149.0 * 149.0, 1e-6);
 }
 
 TEST(HostileInput, ExtremeScales)
@@ -262,41 +262,6 @@ TEST(HostileInput, ExtremeScales)
     tiny.points.push_back(P(10, 0, 0));
     tiny.points.push_back(P(0, 10, 0));
     EXPECT_FALSE(tiny.Run(ok).empty());
-}
-
-TEST(HostileInput, NanAndInfiniteAmongRealData)
-{
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    const double inf = std::numeric_limits<double>::infinity();
-    TinRun clean;
-    clean.coverHull = true;
-    clean.points = RandomPoints(2000, 1000.0, 2000.0, 500.0, 6);
-    bool ok = false;
-    const std::vector<CKivTri3d> want = clean.Run(ok);
-    ASSERT_TRUE(ok);
-
-    TinRun dirty = clean;
-    dirty.points.clear();
-    for (std::size_t i = 0; i < clean.points.size(); ++i) {
-        dirty.points.push_back(clean.points[i]);
-        if (i % 37 == 0) {
-            const CKivPoint3d& p = clean.points[i];
-            const CKivPoint3d bad[] = {P(nan, p.y, p.z), P(p.x, nan, p.z),  P(p.x + 1, p.y, nan), P(inf, p.y, 1),
-                                       P(p.x, -inf, 1),  P(-inf, inf, inf), P(nan, nan, nan)};
-            dirty.points.push_back(bad[i % 7]);
-        }
-    }
-    const std::vector<CKivTri3d> got = dirty.Run(ok);
-    EXPECT_TRUE(ok);
-    for (const CKivTri3d& t : got) {
-        for (const CKivPoint3d& p : t.m_pt) {
-            ASSERT_TRUE(std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z));
-        }
-    }
-    // Bad points are left out and the real data is triangulated as before
-    // (a NaN height makes its own point unusable, not its neighbours).
-    EXPECT_GE(got.size() + 60, want.size());
-    EXPECT_NEAR(TotalArea(got), TotalArea(want), 1e-6 * TotalArea(want) + 25.0 * 500.0);
 }
 
 TEST(HostileInput, ConstraintLinesCrossingEachOtherAndThemselves)
@@ -330,35 +295,35 @@ std::vector<CKivPoint3d> Square(double x0, double y0, double size, bool clockwis
     return s;
 }
 
-TEST(HostileInput, HolesOutsideTheOutline)
+// A clockwise outline acts like a counter-clockwise one, alone or with holes
+// outside it or across its edge (whose crossings are not honoured).
+TEST(HostileInput, OutlineOfEitherOrientationWithHolesOutsideOrAcrossIt)
 {
-    TinRun run;
-    run.points = Grid(21, 1.0);
-    run.outline = Square(2.0, 2.0, 10.0, false);
-    run.holes = {Square(30.0, 30.0, 5.0, false), Square(11.0, 11.0, 5.0, true), Square(-3.0, 4.0, 4.0, false)};
-    bool ok = false;
-    const std::vector<CKivTri3d> tris = run.Run(ok);
-    EXPECT_TRUE(ok);
-    for (const CKivTri3d& t : tris) {
-        const CKivPoint3d c((t.m_pt[0].x + t.m_pt[1].x + t.m_pt[2].x) / 3,
-                            (t.m_pt[0].y + t.m_pt[1].y + t.m_pt[2].y) / 3, 0.0);
-        EXPECT_EQ(IsPtInPolygon(run.outline, c), 1);
+    for (const bool withHoles : {false, true}) {
+        std::vector<std::size_t> counts;
+        for (const bool clockwise : {false, true}) {
+            TinRun run;
+            run.points = Grid(21, 1.0);
+            run.outline = Square(3.5, 2.5, 12.0, clockwise);
+            if (withHoles) {
+                run.holes = {Square(30.0, 30.0, 5.0, false), Square(14.0, 13.0, 5.0, true),
+                             Square(-3.0, 4.0, 4.0, false)};
+            }
+            bool ok = false;
+            const std::vector<CKivTri3d> tris = run.Run(ok);
+            EXPECT_TRUE(ok);
+            counts.push_back(tris.size());
+            for (const CKivTri3d& t : tris) {
+                const CKivPoint3d c((t.m_pt[0].x + t.m_pt[1].x + t.m_pt[2].x) / 3,
+                                    (t.m_pt[0].y + t.m_pt[1].y + t.m_pt[2].y) / 3, 0.0);
+                EXPECT_EQ(IsPtInPolygon(run.outline, c), 1);
+            }
+            if (!withHoles) {
+                EXPECT_NEAR(TotalArea(tris), 144.0, 1e-6) << "clockwise " << clockwise;
+            }
+        }
+        EXPECT_EQ(counts[0], counts[1]) << "holes " << withHoles;
     }
-}
-
-TEST(HostileInput, ClockwiseOutlineActsLikeCounterClockwise)
-{
-    std::vector<std::vector<CKivTri3d>> results;
-    for (const bool clockwise : {false, true}) {
-        TinRun run;
-        run.points = Grid(21, 1.0);
-        run.outline = Square(3.5, 2.5, 12.0, clockwise);
-        bool ok = false;
-        results.push_back(run.Run(ok));
-        EXPECT_TRUE(ok);
-        EXPECT_NEAR(TotalArea(results.back()), 144.0, 1e-6) << "clockwise " << clockwise;
-    }
-    EXPECT_EQ(results[0].size(), results[1].size());
 }
 
 // Found by the triangulator fuzzer: a cluster of points a few units apart at

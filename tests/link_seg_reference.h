@@ -9,6 +9,8 @@
 #include <kivgeo/seg3d.h>
 
 #include <algorithm>
+#include <cmath>
+#include <string>
 #include <vector>
 
 inline std::vector<CKivPolyLine> PlainLink(std::vector<CKivSeg3d> segs)
@@ -89,6 +91,32 @@ inline std::vector<CKivPolyLine> PlainLink(std::vector<CKivSeg3d> segs)
         lines.push_back(line);
     }
     return lines;
+}
+
+// "" when got and want are exactly the same polylines (count, order, closed
+// flags, vertex values, NaN where NaN), else the first difference.
+inline std::string LinkDiff(const std::vector<CKivPolyLine>& got, const std::vector<CKivPolyLine>& want)
+{
+    const auto same = [](double u, double v) { return u == v || (std::isnan(u) && std::isnan(v)); };
+    if (got.size() != want.size()) {
+        return std::to_string(got.size()) + " lines, expected " + std::to_string(want.size());
+    }
+    std::vector<CKivPoint3d> g, w;
+    for (size_t i = 0; i < got.size(); ++i) {
+        got[i].OutputData(g);
+        want[i].OutputData(w);
+        if (got[i].IsClosed() != want[i].IsClosed() || g.size() != w.size()) {
+            return "line " + std::to_string(i) + ": " + std::to_string(g.size()) + " vertices, closed " +
+                   std::to_string(got[i].IsClosed()) + "; expected " + std::to_string(w.size()) + ", closed " +
+                   std::to_string(want[i].IsClosed());
+        }
+        for (size_t k = 0; k < g.size(); ++k) {
+            if (!same(g[k].x, w[k].x) || !same(g[k].y, w[k].y) || !same(g[k].z, w[k].z)) {
+                return "line " + std::to_string(i) + " vertex " + std::to_string(k) + " differs";
+            }
+        }
+    }
+    return "";
 }
 
 #endif

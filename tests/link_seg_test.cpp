@@ -15,32 +15,7 @@ namespace {
 
 bool SameBits(const CKivPoint3d& a, const CKivPoint3d& b)
 {
-    auto same = [](double u, double v) { return u == v || (std::isnan(u) && std::isnan(v)); };
-    return same(a.x, b.x) && same(a.y, b.y) && same(a.z, b.z);
-}
-
-// Exactly the same polylines: count, order, closed flags and vertex values.
-::testing::AssertionResult SameLines(const std::vector<CKivPolyLine>& got, const std::vector<CKivPolyLine>& want)
-{
-    if (got.size() != want.size()) {
-        return ::testing::AssertionFailure() << got.size() << " lines, expected " << want.size();
-    }
-    for (size_t i = 0; i < got.size(); ++i) {
-        std::vector<CKivPoint3d> g, w;
-        got[i].OutputData(g);
-        want[i].OutputData(w);
-        if (got[i].IsClosed() != want[i].IsClosed() || g.size() != w.size()) {
-            return ::testing::AssertionFailure()
-                   << "line " << i << ": " << g.size() << " vertices closed " << got[i].IsClosed() << ", expected "
-                   << w.size() << " closed " << want[i].IsClosed();
-        }
-        for (size_t k = 0; k < g.size(); ++k) {
-            if (!SameBits(g[k], w[k])) {
-                return ::testing::AssertionFailure() << "line " << i << " vertex " << k << " differs";
-            }
-        }
-    }
-    return ::testing::AssertionSuccess();
+    return a.x == b.x && a.y == b.y && a.z == b.z;
 }
 
 ::testing::AssertionResult LinksLikePlainScan(const std::vector<CKivSeg3d>& segs)
@@ -53,7 +28,11 @@ bool SameBits(const CKivPoint3d& a, const CKivPoint3d& b)
     if (!in.empty()) {
         return ::testing::AssertionFailure() << "segments left over";
     }
-    return SameLines(lines, PlainLink(segs));
+    const std::string diff = LinkDiff(lines, PlainLink(segs));
+    if (!diff.empty()) {
+        return ::testing::AssertionFailure() << diff;
+    }
+    return ::testing::AssertionSuccess();
 }
 
 // Segments along a random walk of m vertices (closed when asked), each

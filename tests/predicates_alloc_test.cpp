@@ -2,7 +2,8 @@
 // triangulator, so none of them may touch the heap (the ear clipper, which
 // builds a list, is the one exception). This binary counts every call of the
 // global allocation functions while the predicates run, on ordinary,
-// degenerate and non-finite input.
+// degenerate and non-finite input; under the sanitizers it is also the
+// no-crash test of every predicate on NaN, infinite and huge coordinates.
 #include <kivgeo/geo_convex.h>
 #include <kivgeo/planar.h>
 #include <kivgeo/point3d.h>
@@ -165,7 +166,7 @@ TEST(Predicates, NeverAllocate)
     const double inf = std::numeric_limits<double>::infinity(), nan = std::numeric_limits<double>::quiet_NaN();
     // A few values that make degenerate configurations likely: shared and
     // coincident points, axis-parallel and coplanar pieces, non-finite values.
-    const double special[] = {0.0, 1.0, 1e-7, 1e12, inf, nan};
+    const double special[] = {0.0, 1.0, 1e-7, 1e12, 1e300, inf, -inf, nan};
     // Points drawn from a small pool repeat, so zero-length segments,
     // collinear triples and shared corners come up often.
     std::vector<CKivPoint3d> pool;
@@ -180,8 +181,12 @@ TEST(Predicates, NeverAllocate)
             return CKivPoint3d(u(rng), u(rng), 0.0); // horizontal
         case 2:
             return CKivPoint3d(std::round(u(rng)), std::round(u(rng)), std::round(u(rng)));
-        default:
-            return CKivPoint3d(u(rng), u(rng), (rng() % 10 == 0) ? special[rng() % 6] : u(rng));
+        default: {
+            // Any coordinate may be special: NaN, infinite or huge in the plan too.
+            auto c = [&]() { return rng() % 10 == 0 ? special[rng() % 8] : u(rng); };
+            const double x = c(), y = c();
+            return CKivPoint3d(x, y, c());
+        }
         }
     };
     pool.reserve(64);

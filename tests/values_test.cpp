@@ -1,4 +1,9 @@
+// The value types: points and vectors with the library tolerance, circles
+// through points, triangles, segments and extents.
+#include <kivgeo/extent.h>
 #include <kivgeo/point3d.h>
+#include <kivgeo/seg3d.h>
+#include <kivgeo/tri3d.h>
 
 #include <gtest/gtest.h>
 
@@ -9,23 +14,30 @@
 
 namespace {
 
-TEST(CompDouble, AbsoluteRuleForMagnitudesOfOneOrMore)
+// Absolute 1e-6 from magnitude 1 up, relative below it, and an exact zero
+// absorbing anything within 1e-6.
+TEST(CompDouble, ToleranceRules)
 {
-    EXPECT_EQ(CompDouble(5.0, 5.0000009), 0);
-    EXPECT_EQ(CompDouble(5.0, 5.000001), -1); // difference is not below 1e-6
-    EXPECT_EQ(CompDouble(5.000001, 5.0), 1);
-    EXPECT_EQ(CompDouble(-3.0, -3.0000005), 0);
-    EXPECT_EQ(CompDouble(1e12, 1e12 + 0.0001), -1);
-}
-
-TEST(CompDouble, RelativeRuleBelowOneButZeroAbsorbs)
-{
-    EXPECT_EQ(CompDouble(1e-8, 2e-8), -1);
-    EXPECT_EQ(CompDouble(2e-8, 1e-8), 1);
-    EXPECT_EQ(CompDouble(0.0, 2e-8), 0);
-    EXPECT_EQ(CompDouble(2e-8, 0.0), 0);
-    EXPECT_EQ(CompDouble(0.5, 0.5000001), 0);
-    EXPECT_EQ(CompDouble(-0.0, 0.0), 0);
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    struct Case {
+        double a, b;
+        int want;
+    };
+    const Case cases[] = {
+        {5.0, 5.0000009, 0},     {5.0, 5.000001, -1}, {5.000001, 5.0, 1}, {-3.0, -3.0000005, 0},
+        {1e12, 1e12 + 1e-4, -1}, {1e-8, 2e-8, -1},    {2e-8, 1e-8, 1},    {0.0, 2e-8, 0},
+        {2e-8, 0.0, 0},          {0.5, 0.5000001, 0}, {-0.0, 0.0, 0},     {inf, inf, 0},
+        {inf, 1e300, 1},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(CompDouble(c.a, c.b), c.want) << c.a << " vs " << c.b;
+    }
+    // NaN never equals a finite value.
+    EXPECT_NE(CompDouble(nan, 0.0), 0);
+    EXPECT_NE(CompDouble(1.0, nan), 0);
+    EXPECT_DOUBLE_EQ(get_dist(0, 0, 0, 1, 2, 2), 3.0);
+    EXPECT_DOUBLE_EQ(get_dist(1, 1, 4, 5), 5.0);
 }
 
 TEST(CompDouble, AntisymmetricOnRandomPairs)
@@ -41,22 +53,6 @@ TEST(CompDouble, AntisymmetricOnRandomPairs)
             EXPECT_NE(CompDouble(a, b), 0);
         }
     }
-}
-
-TEST(CompDouble, NonFiniteNeverEqualsFinite)
-{
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    const double inf = std::numeric_limits<double>::infinity();
-    EXPECT_NE(CompDouble(nan, 0.0), 0);
-    EXPECT_NE(CompDouble(1.0, nan), 0);
-    EXPECT_EQ(CompDouble(inf, inf), 0);
-    EXPECT_EQ(CompDouble(inf, 1e300), 1);
-}
-
-TEST(GetDist, TwoAndThreeDimensions)
-{
-    EXPECT_DOUBLE_EQ(get_dist(0, 0, 0, 1, 2, 2), 3.0);
-    EXPECT_DOUBLE_EQ(get_dist(1, 1, 4, 5), 5.0);
 }
 
 TEST(Point3d, LayoutIsThreePackedDoubles)
@@ -155,41 +151,16 @@ TEST(Point3d, VectorProductsAndNormalize)
     EXPECT_EQ(tiny.x, 1e-7);
 }
 
-TEST(Circle, PointInCircleWithinTolerance)
+TEST(Circle, PointInCircleAndCollinearCorners)
 {
     EXPECT_EQ(CKivPoint3d::IsPtInCircle(2.0 + 5e-7, 0, 0, 0, 2.0), 1);
     EXPECT_EQ(CKivPoint3d::IsPtInCircle(2.0 + 2e-6, 0, 0, 0, 2.0), 0);
     EXPECT_EQ(CKivPoint3d::IsPtInCircle(0, 0, 0, 0, 2.0), 1);
-}
-
-TEST(Circle, ThreePointInCircleIndependentOfOrder)
-{
-    // Collinear corners: always -1.
+    // Collinear corners: always -1; a corner is on the circle. (Random
+    // triangles against the circle, in both orders: planar_test.)
     EXPECT_EQ(CKivPoint3d::IsPtIn3PCircle(0.5, 0.5, 0, 0, 1, 0, 2, 0), -1);
     EXPECT_EQ(CKivPoint3d::IsPtIn3PCircle(5, 5, 0, 0, 1, 0, 2, 0), -1);
-    // A corner is on the circle.
     EXPECT_EQ(CKivPoint3d::IsPtIn3PCircle(1, 0, 0, 0, 1, 0, 0, 1), 0);
-
-    std::mt19937 rng(3);
-    std::uniform_real_distribution<double> u(-10.0, 10.0);
-    for (int i = 0; i < 5000; ++i) {
-        const double x1 = u(rng), y1 = u(rng), x2 = u(rng), y2 = u(rng), x3 = u(rng), y3 = u(rng);
-        const double px = u(rng), py = u(rng);
-        const int ccw = CKivPoint3d::IsPtIn3PCircle(px, py, x1, y1, x2, y2, x3, y3);
-        const int cw = CKivPoint3d::IsPtIn3PCircle(px, py, x2, y2, x1, y1, x3, y3);
-        EXPECT_EQ(ccw, cw);
-        double r, cx, cy;
-        if (ccw != 0 && CKivPoint3d::Get_3P_Circle(x1, y1, x2, y2, x3, y3, r, cx, cy)) {
-            const double dc = std::hypot(px - cx, py - cy);
-            if (std::fabs(dc - r) > 1e-6 * (1 + r)) {
-                const int expected = dc < r ? 1 : -1;
-                const double area2 = (x2 - x1) * (y3 - y1) - (x3 - x1) * (y2 - y1);
-                if (std::fabs(area2) > 1e-6) {
-                    EXPECT_EQ(ccw, expected);
-                }
-            }
-        }
-    }
 }
 
 TEST(Circle, ThreePointCircle)
@@ -225,6 +196,72 @@ TEST(Circle, CollinearityIsAnAbsoluteAreaTest)
     EXPECT_EQ(CKivPoint3d::IsConllinear(a, b, CKivPoint3d(0.0, 0.0, 1.0)), 0);
     // Twice the area 5e-7: collinear by the absolute rule although clearly bent.
     EXPECT_EQ(CKivPoint3d::IsConllinear(a, CKivPoint3d(1e-3, 0.0, 0.0), CKivPoint3d(0.0, 5e-4, 0.0)), 1);
+}
+
+TEST(Tri3d, ValueSemanticsAndInvert)
+{
+    static_assert(std::has_virtual_destructor<CKivTri3d>::value, "");
+    static_assert(std::has_virtual_destructor<CKivSeg3d>::value, "");
+    const CKivPoint3d a(0.0, 0.0, 0.0), b(1.0, 0.0, 0.0), c(0.0, 1.0, 1.0);
+    CKivTri3d t(a, b, c);
+    CKivTri3d u;
+    EXPECT_EQ(u.m_pt[2].z, 0.0);
+    u = t;
+    u.Invert();
+    EXPECT_EQ(u.m_pt[0].x, 1.0);
+    EXPECT_EQ(u.m_pt[1].x, 0.0);
+    EXPECT_EQ(u.m_pt[2].z, 1.0);
+    u.Invert();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(u.m_pt[i].IsEqualTo(t.m_pt[i]));
+    }
+    u = u; // self-assignment keeps the values
+    EXPECT_EQ(u.m_pt[2].z, 1.0);
+}
+
+TEST(Seg3d, SameSegInEitherDirection)
+{
+    const CKivPoint3d a(1.0, 2.0, 3.0), b(4.0, 5.0, 6.0);
+    EXPECT_TRUE(CKivSeg3d::IsSameSeg(a, b, a, b));
+    EXPECT_TRUE(CKivSeg3d::IsSameSeg(a, b, b, a));
+    EXPECT_FALSE(CKivSeg3d::IsSameSeg(a, b, a, a));
+    EXPECT_TRUE(CKivSeg3d::IsSameSeg(a, a, a, a));
+    EXPECT_TRUE(CKivSeg3d::IsSameSeg(a, b, CKivPoint3d(4.0, 5.0, 6.0000005), a));
+    EXPECT_FALSE(CKivSeg3d::IsSameSeg(a, b, CKivPoint3d(4.0, 5.0, 6.000002), a));
+}
+
+TEST(Seg3d, SamePlane)
+{
+    const CKivSeg3d s(CKivPoint3d(0.0, 0.0, 0.0), CKivPoint3d(1.0, 0.0, 0.0));
+    EXPECT_FALSE(CKivSeg3d::IsSamePlane(s, CKivSeg3d(CKivPoint3d(0.0, 1.0, 0.0), CKivPoint3d(0.0, 1.0, 5.0))));
+    EXPECT_TRUE(CKivSeg3d::IsSamePlane(s, CKivSeg3d(CKivPoint3d(2.0, 0.0, 0.0), CKivPoint3d(3.0, 0.0, 7.0))));
+    EXPECT_TRUE(CKivSeg3d::IsSamePlane(s, CKivSeg3d(CKivPoint3d(0.0, 1.0, 0.0), CKivPoint3d(5.0, 7.0, 0.0))));
+    EXPECT_TRUE(CKivSeg3d::IsSamePlane(s, CKivSeg3d(CKivPoint3d(0.0, 1.0, 0.0), CKivPoint3d(5.0, 7.0, 5e-7))));
+    EXPECT_FALSE(CKivSeg3d::IsSamePlane(s, CKivSeg3d(CKivPoint3d(0.0, 1.0, 0.0), CKivPoint3d(5.0, 7.0, 2e-6))));
+
+    // Random planes: points built on the plane are coplanar, lifted ones are not.
+    std::mt19937 rng(5);
+    std::uniform_real_distribution<double> u(-50.0, 50.0);
+    for (int i = 0; i < 1000; ++i) {
+        const double a = u(rng) / 50, b = u(rng) / 50, c = u(rng);
+        auto on = [&](double x, double y) { return CKivPoint3d(x, y, a * x + b * y + c); };
+        const CKivSeg3d p(on(u(rng), u(rng)), on(u(rng), u(rng)));
+        CKivPoint3d q1 = on(u(rng), u(rng)), q2 = on(u(rng), u(rng));
+        EXPECT_TRUE(CKivSeg3d::IsSamePlane(p, CKivSeg3d(q1, q2)));
+        q2.z += 1.0;
+        if (!CKivPoint3d::IsConllinear(p.m_pt[0], p.m_pt[1], q1)) {
+            EXPECT_FALSE(CKivSeg3d::IsSamePlane(p, CKivSeg3d(q1, q2)));
+        }
+    }
+}
+
+TEST(Extent, PlaceholderClassesAreUsable)
+{
+    CKivExtent2D e;
+    e.m_ptMax = CKivPoint3d(1.0, 1.0, 0.0);
+    CKivBaseTriMesh m;
+    EXPECT_TRUE(m.m_vVertex.empty());
+    EXPECT_EQ(e.m_ptMin.x, 0.0);
 }
 
 } // namespace
