@@ -1,4 +1,5 @@
-// An allocator for large arrays that are read at random (the query aids).
+// An allocator for large arrays that are read at random (the query aids,
+// the triangulator's working triangulation).
 // Not installed.
 //
 // Why: a plan grid over millions of triangles spans a few hundred MB, and a

@@ -31,14 +31,14 @@ void CKivDelaunayWork::Clear()
 {
     m_bLoaded = false;
     std::vector<_sVertex*>().swap(m_vecVert);
-    std::vector<SVert>().swap(m_vecPt);
-    std::vector<STri>().swap(m_vecTri);
+    decltype(m_vecPt)().swap(m_vecPt);
+    decltype(m_vecTri)().swap(m_vecTri);
     std::vector<const _sTri*>().swap(m_vecSrc);
     std::vector<std::uint32_t>().swap(m_vecDeadSrc);
     std::vector<int>().swap(m_vecStartAt);
     std::vector<int>().swap(m_vecEndAt);
     std::vector<int>().swap(m_vecStamp);
-    std::vector<int>().swap(m_vecCell);
+    decltype(m_vecCell)().swap(m_vecCell);
     m_vecCavity.clear();
     m_vecStack.clear();
     m_vecEdge.clear();

