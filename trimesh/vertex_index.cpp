@@ -284,8 +284,8 @@ void CKivVertexGrid::Reserve(const std::vector<_sVertex*>& verts, std::size_t nE
 
 void CKivVertexGrid::Clear()
 {
-    std::vector<std::int32_t>().swap(m_vecHead);
-    std::vector<Entry>().swap(m_vecEntry);
+    decltype(m_vecHead)().swap(m_vecHead);
+    decltype(m_vecEntry)().swap(m_vecEntry);
     m_nMask = 0;
     m_nSynced.store(kStale, std::memory_order_release);
 }

@@ -33,6 +33,8 @@
 
 #include <kivgeo/mesh_data.h>
 
+#include "trimesh/big_array_alloc.h"
+
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -110,8 +112,8 @@ private:
     double m_dExactFrom;
     // The largest double below m_dExactFrom.
     double m_dExactBelow;
-    std::vector<std::int32_t> m_vecHead;
-    std::vector<Entry> m_vecEntry;
+    CKivBigArray<std::int32_t> m_vecHead;
+    CKivBigArray<Entry> m_vecEntry;
     std::size_t m_nMask = 0;
     std::atomic<std::size_t> m_nSynced{kStale};
 };
