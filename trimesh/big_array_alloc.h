@@ -45,6 +45,9 @@ public:
             return static_cast<T*>(p);
         }
 #endif
+        if constexpr (kOverAligned) {
+            return static_cast<T*>(::operator new(bytes, std::align_val_t(alignof(T))));
+        }
         return static_cast<T*>(::operator new(bytes));
     }
     void deallocate(T* p, std::size_t n)
@@ -57,6 +60,10 @@ public:
 #else
         (void)n;
 #endif
+        if constexpr (kOverAligned) {
+            ::operator delete(p, std::align_val_t(alignof(T)));
+            return;
+        }
         ::operator delete(p);
     }
 
@@ -71,6 +78,9 @@ public:
 
 private:
     static constexpr std::size_t kHuge = std::size_t(2) << 20;
+    // Records aligned beyond what plain new gives (the triangulator's
+    // 32-byte triangles) need the aligned forms in the small case too.
+    static constexpr bool kOverAligned = alignof(T) > __STDCPP_DEFAULT_NEW_ALIGNMENT__;
 };
 
 // A vector of such blocks.
