@@ -365,6 +365,8 @@ TEST(Readers, MalformedFilesNameFileAndLine)
         {eSurface, "j.ts", std::string(ts) + "VRTX -3 0 0 0\nEND\n",
          "j.ts:3: expected a vertex id as a non-negative integer"},
         {eSurface, "a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 5\n", "a.obj:4: face corner 5 names no vertex"},
+        {eSurface, "a.obj", "v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 1e29\n",
+         "a.obj:4: expected a face corner as a vertex number"},
         {eSurface, "b.obj", "v 0 0 0\nv 1 zero 0\n", "b.obj:2: expected y as a finite number, got 'zero'"},
         {eSurface, "c.obj", "v 0 0 0\n", "c.obj: no triangles found"},
         {eSurface, "d.off", "OFF\n3 1 0\n0 0 0\n1 0 0\n", "d.off:4: unexpected end of file"},

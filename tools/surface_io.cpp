@@ -63,7 +63,8 @@ int ParseObjCorner(CKivTextReader& in, std::string_view token, std::size_t nVert
 {
     const std::string_view head = token.substr(0, token.find('/'));
     double v = 0.0;
-    if (!ToNumber(head, v) || v != static_cast<double>(static_cast<long>(v)) || v == 0.0) {
+    // Range first: converting a number beyond long is undefined.
+    if (!ToNumber(head, v) || !(std::fabs(v) <= 2147483647.0) || v != std::trunc(v) || v == 0.0) {
         in.Fail("expected a face corner as a vertex number, got '" + std::string(token) + "'");
     }
     const long idx = v > 0 ? static_cast<long>(v) - 1 : static_cast<long>(nVerts) + static_cast<long>(v);
