@@ -200,19 +200,7 @@ inline int IsPtInCircumCircle2DExact(double px, double py, double ax, double ay,
     if (!clear) {
         d = KivExact::InCircleDetExact(px, py, ax, ay, bx, by, cx, cy);
     }
-    int sense;
-    if (std::fabs(d) >= 4e-6) {
-        sense = d > 0 ? 1 : -1;
-    } else {
-        if (CompDouble(std::fabs(d), 1e-6) == -1) {
-            return 0;
-        }
-        sense = CompDouble(d, 1e-6) == 1 ? 1 : -1;
-    }
-    if (sense == 1) {
-        return cw ? -1 : 1;
-    }
-    return cw ? 1 : -1;
+    return InCircleSense(d, cw);
 }
 
 #endif

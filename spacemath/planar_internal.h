@@ -58,6 +58,29 @@ inline int GetPtSideOfLine2D(double px, double py, double ax, double ay, double 
     return c <= -1e-6 ? -1 : 0;
 }
 
+// The in-circle answer from the determinant d and the winding: 0 when d is
+// within 1e-6 of zero by CompDouble(), else inside (1) when d exceeds 1e-6
+// for a counter-clockwise triangle, the opposite for a clockwise one.
+inline int InCircleSense(double d, bool cw)
+{
+    // Away from the 1e-6 boundary both CompDouble() calls are decided by the
+    // absolute difference alone; |d| >= 4e-6 gives the same answers without
+    // the call (1 for |d| against 1e-6, the sign of d for d against 1e-6).
+    int sense;
+    if (std::fabs(d) >= 4e-6) {
+        sense = d > 0 ? 1 : -1;
+    } else {
+        if (CompDouble(std::fabs(d), 1e-6) == -1) {
+            return 0;
+        }
+        sense = CompDouble(d, 1e-6) == 1 ? 1 : -1;
+    }
+    if (sense == 1) {
+        return cw ? -1 : 1;
+    }
+    return cw ? 1 : -1;
+}
+
 // In-circle test of the Delaunay triangulation: 1 P strictly inside the
 // circumcircle of ABC, 0 on it, -1 outside; also -1 for a triangle whose
 // doubled area is within 1e-6 of zero. Independent of ABC's winding.
@@ -75,22 +98,7 @@ inline int IsPtInCircumCircle2D(double px, double py, double ax, double ay, doub
     const double d = (ax_ * ax_ + ay_ * ay_) * (bx_ * cy_ - by_ * cx_) -
                      (bx_ * bx_ + by_ * by_) * (ax_ * cy_ - ay_ * cx_) +
                      (cx_ * cx_ + cy_ * cy_) * (ax_ * by_ - ay_ * bx_);
-    // Away from the 1e-6 boundary both CompDouble() calls are decided by the
-    // absolute difference alone; |d| >= 4e-6 gives the same answers without
-    // the call (1 for |d| against 1e-6, the sign of d for d against 1e-6).
-    int sense;
-    if (std::fabs(d) >= 4e-6) {
-        sense = d > 0 ? 1 : -1;
-    } else {
-        if (CompDouble(std::fabs(d), 1e-6) == -1) {
-            return 0;
-        }
-        sense = CompDouble(d, 1e-6) == 1 ? 1 : -1;
-    }
-    if (sense == 1) {
-        return cw ? -1 : 1;
-    }
-    return cw ? 1 : -1;
+    return InCircleSense(d, cw);
 }
 
 // Proper crossing of segments A0A1 and B0B1 for the Delaunay walk. The boxes

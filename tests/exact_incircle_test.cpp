@@ -35,17 +35,7 @@ int RuleOnRationals(const double* v)
     if (!(std::fabs(sv) > 1e-6)) {
         return -1;
     }
-    const bool cw = sv < -1e-6;
-    int sense;
-    if (std::fabs(dv) >= 4e-6) {
-        sense = dv > 0 ? 1 : -1;
-    } else {
-        if (CompDouble(std::fabs(dv), 1e-6) == -1) {
-            return 0;
-        }
-        sense = CompDouble(dv, 1e-6) == 1 ? 1 : -1;
-    }
-    return sense == 1 ? (cw ? -1 : 1) : (cw ? 1 : -1);
+    return InCircleSense(dv, sv < -1e-6);
 }
 
 void ExpectMatchesRationals(const double* v)
