@@ -1,12 +1,15 @@
 #include <kivgeo/mesh_data.h>
 
 #include "trimesh/oct_tree.h"
+#include "trimesh/tri_pool.h"
+#include "trimesh/vertex_pool.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <map>
@@ -1037,4 +1040,50 @@ TEST(OctTree, BulkFillMatchesOneByOne)
             }
         }
     }
+}
+
+// The record pools grow their chunks from small to huge-page size: records
+// stay distinct and aligned across chunk sizes, Owns tells pool records from
+// heap ones at every chunk boundary, and freed slots come back.
+TEST(MeshStorePools, RecordsAcrossGrowingChunks)
+{
+    TriMesh::CKivVertexPool vp;
+    std::vector<TriMesh::_sVertex*> vs;
+    for (int i = 0; i < 100000; ++i) {
+        vs.push_back(vp.New());
+        vs.back()->nIndex = i;
+    }
+    std::set<const void*> seen(vs.begin(), vs.end());
+    EXPECT_EQ(seen.size(), vs.size());
+    for (const TriMesh::_sVertex* v : vs) {
+        ASSERT_TRUE(vp.Owns(v));
+        ASSERT_EQ(reinterpret_cast<std::uintptr_t>(v) % 64, 0u);
+    }
+    auto* heap = new TriMesh::_sVertex;
+    EXPECT_FALSE(vp.Owns(heap));
+    delete heap;
+    for (int i = 0; i < 100000; ++i) {
+        ASSERT_EQ(vs[static_cast<std::size_t>(i)]->nIndex, i);
+    }
+    TriMesh::_sVertex* back = vs[777];
+    vp.Delete(back);
+    EXPECT_EQ(vp.New(), back);
+    EXPECT_EQ(back->nIndex, -1);
+    for (TriMesh::_sVertex* v : vs) {
+        vp.Delete(v);
+    }
+    vp.Clear();
+    EXPECT_FALSE(vp.Owns(vs[0]));
+
+    TriMesh::CKivTriPool tp;
+    std::set<const void*> tris;
+    for (int i = 0; i < 200000; ++i) {
+        TriMesh::_sTri* t = tp.New();
+        ASSERT_EQ(t->pVt[0], nullptr);
+        t->nPos = i;
+        tris.insert(t);
+    }
+    EXPECT_EQ(tris.size(), 200000u);
+    tp.Clear();
+    EXPECT_EQ(tp.New()->nPos, -1);
 }

@@ -23,6 +23,49 @@
 
 namespace TriMesh {
 
+// Block size from which memory is offered for huge pages.
+constexpr std::size_t kKivHugeBlock = std::size_t(2) << 20;
+
+// A block of `bytes` aligned to `align` (a power of two): from 2 MiB up,
+// aligned to 2 MiB and offered for huge pages, else plain operator new.
+inline void* KivAllocBlock(std::size_t bytes, std::size_t align)
+{
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+    if (bytes >= kKivHugeBlock) {
+        if (bytes > std::numeric_limits<std::size_t>::max() - kKivHugeBlock) {
+            throw std::bad_array_new_length();
+        }
+        const std::size_t rounded = (bytes + kKivHugeBlock - 1) / kKivHugeBlock * kKivHugeBlock;
+        void* p = ::operator new(rounded, std::align_val_t(kKivHugeBlock));
+        // Only advice: without huge pages the block works as it is.
+        madvise(p, rounded, MADV_HUGEPAGE);
+        return p;
+    }
+#endif
+    if (align > __STDCPP_DEFAULT_NEW_ALIGNMENT__) {
+        return ::operator new(bytes, std::align_val_t(align));
+    }
+    return ::operator new(bytes);
+}
+
+// Frees a block of KivAllocBlock with the same size and alignment.
+inline void KivFreeBlock(void* p, std::size_t bytes, std::size_t align)
+{
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+    if (bytes >= kKivHugeBlock) {
+        ::operator delete(p, std::align_val_t(kKivHugeBlock));
+        return;
+    }
+#else
+    (void)bytes;
+#endif
+    if (align > __STDCPP_DEFAULT_NEW_ALIGNMENT__) {
+        ::operator delete(p, std::align_val_t(align));
+        return;
+    }
+    ::operator delete(p);
+}
+
 template <class T> class CKivBigArrayAlloc {
 public:
     using value_type = T;
@@ -32,55 +75,15 @@ public:
 
     T* allocate(std::size_t n)
     {
-        if (n > std::numeric_limits<std::size_t>::max() / sizeof(T) - kHuge) {
+        if (n > std::numeric_limits<std::size_t>::max() / sizeof(T)) {
             throw std::bad_array_new_length();
         }
-        const std::size_t bytes = n * sizeof(T);
-#if defined(__linux__) && defined(MADV_HUGEPAGE)
-        if (bytes >= kHuge) {
-            const std::size_t rounded = (bytes + kHuge - 1) / kHuge * kHuge;
-            void* p = ::operator new(rounded, std::align_val_t(kHuge));
-            // Only advice: without huge pages the block works as it is.
-            madvise(p, rounded, MADV_HUGEPAGE);
-            return static_cast<T*>(p);
-        }
-#endif
-        if constexpr (kOverAligned) {
-            return static_cast<T*>(::operator new(bytes, std::align_val_t(alignof(T))));
-        }
-        return static_cast<T*>(::operator new(bytes));
+        return static_cast<T*>(KivAllocBlock(n * sizeof(T), alignof(T)));
     }
-    void deallocate(T* p, std::size_t n)
-    {
-#if defined(__linux__) && defined(MADV_HUGEPAGE)
-        if (n * sizeof(T) >= kHuge) {
-            ::operator delete(p, std::align_val_t(kHuge));
-            return;
-        }
-#else
-        (void)n;
-#endif
-        if constexpr (kOverAligned) {
-            ::operator delete(p, std::align_val_t(alignof(T)));
-            return;
-        }
-        ::operator delete(p);
-    }
+    void deallocate(T* p, std::size_t n) { KivFreeBlock(p, n * sizeof(T), alignof(T)); }
 
-    template <class U> bool operator==(const CKivBigArrayAlloc<U>&) const
-    {
-        return true;
-    }
-    template <class U> bool operator!=(const CKivBigArrayAlloc<U>&) const
-    {
-        return false;
-    }
-
-private:
-    static constexpr std::size_t kHuge = std::size_t(2) << 20;
-    // Records aligned beyond what plain new gives (the triangulator's
-    // 32-byte triangles) need the aligned forms in the small case too.
-    static constexpr bool kOverAligned = alignof(T) > __STDCPP_DEFAULT_NEW_ALIGNMENT__;
+    template <class U> bool operator==(const CKivBigArrayAlloc<U>&) const { return true; }
+    template <class U> bool operator!=(const CKivBigArrayAlloc<U>&) const { return false; }
 };
 
 // A vector of such blocks.

@@ -224,7 +224,7 @@ void CKivDelaunay::StoreWork()
         return;
     }
     std::vector<const _sTri*> dead;
-    std::vector<int> corners;
+    CKivBigArray<int> corners;
     m_pWork->Export(dead, corners);
     for (const _sTri* t : dead) {
         m.DelTri(const_cast<_sTri*>(t));
@@ -244,7 +244,7 @@ void CKivDelaunay::StoreWork()
     }
     // Per vertex, its new triangles in creation order (a counting sort).
     const std::size_t nv = m.m_vecVertex.size();
-    std::vector<std::uint32_t> first(nv + 1, 0);
+    CKivBigArray<std::uint32_t> first(nv + 1, 0);
     for (int c : corners) {
         ++first[static_cast<std::size_t>(c) + 1];
     }
@@ -253,14 +253,14 @@ void CKivDelaunay::StoreWork()
     }
     // Scattered writes here, so that the lists are then filled by reading
     // in order (scattered reads would stall on every miss).
-    std::vector<_sTri*> byVert(corners.size());
+    CKivBigArray<_sTri*> byVert(corners.size());
     {
-        std::vector<std::uint32_t> fill(first.begin(), first.end() - 1);
+        CKivBigArray<std::uint32_t> fill(first.begin(), first.end() - 1);
         for (std::size_t j = 0; j < corners.size(); ++j) {
             byVert[fill[static_cast<std::size_t>(corners[j])]++] = m.m_vecTri[base + j / 3];
         }
     }
-    std::vector<int>().swap(corners);
+    CKivBigArray<int>().swap(corners);
     for (std::size_t i = 0; i < nv; ++i) {
         if (first[i] == first[i + 1]) {
             continue;

@@ -104,10 +104,10 @@ void CKivDelaunayWork::Load(const std::vector<_sVertex*>& verts, const std::vect
 // The slots of the new survivors sorted by creation number: a radix sort
 // (11 bits a pass) of (number, slot) keys, as a comparison sort of two
 // million keys costs several times more.
-void CKivDelaunayWork::CreationOrder(std::vector<std::uint32_t>& order) const
+void CKivDelaunayWork::CreationOrder(CKivBigArray<std::uint32_t>& order) const
 {
     const std::uint32_t nLoaded = static_cast<std::uint32_t>(m_vecSrc.size());
-    std::vector<std::uint64_t> key;
+    CKivBigArray<std::uint64_t> key;
     key.reserve(static_cast<std::size_t>(m_nLive));
     for (std::size_t t = 0; t < m_vecTri.size(); ++t) {
         const STri& r = m_vecTri[t];
@@ -117,7 +117,7 @@ void CKivDelaunayWork::CreationOrder(std::vector<std::uint32_t>& order) const
     }
     constexpr int kBits = 11;
     constexpr std::uint64_t kMask = (1u << kBits) - 1;
-    std::vector<std::uint64_t> tmp(key.size());
+    CKivBigArray<std::uint64_t> tmp(key.size());
     for (int shift = 32; shift < 64 && (static_cast<std::uint64_t>(m_nSeq) << 32 >> shift) != 0; shift += kBits) {
         std::size_t count[(1u << kBits) + 1] = {};
         for (std::uint64_t k : key) {
@@ -142,7 +142,7 @@ void CKivDelaunayWork::Store(const FnDel& del, const FnAdd& add)
     for (std::uint32_t q : m_vecDeadSrc) {
         del(m_vecSrc[q]);
     }
-    std::vector<std::uint32_t> order;
+    CKivBigArray<std::uint32_t> order;
     CreationOrder(order);
     // Size every list once: the new triangles per corner.
     std::fill(m_vecStamp.begin(), m_vecStamp.end(), 0);
@@ -164,13 +164,13 @@ void CKivDelaunayWork::Store(const FnDel& del, const FnAdd& add)
     Clear();
 }
 
-void CKivDelaunayWork::Export(std::vector<const _sTri*>& dead, std::vector<int>& corners)
+void CKivDelaunayWork::Export(std::vector<const _sTri*>& dead, CKivBigArray<int>& corners)
 {
     dead.clear();
     for (std::uint32_t q : m_vecDeadSrc) {
         dead.push_back(m_vecSrc[q]);
     }
-    std::vector<std::uint32_t> order;
+    CKivBigArray<std::uint32_t> order;
     CreationOrder(order);
     corners.resize(3 * order.size());
     for (std::size_t j = 0; j < order.size(); ++j) {

@@ -66,7 +66,7 @@ public:
     // triangles that died, and the corners (vertex indices, three per
     // triangle) of the new survivors in creation order. The work is empty
     // afterwards, so its memory is free before the mesh records are made.
-    void Export(std::vector<const _sTri*>& dead, std::vector<int>& corners);
+    void Export(std::vector<const _sTri*>& dead, CKivBigArray<int>& corners);
     // Drops everything loaded.
     void Clear();
     bool IsLoaded() const { return m_bLoaded; }
@@ -104,7 +104,7 @@ private:
 
     int NewTri(int a, int b, int c);
     void Renumber();
-    void CreationOrder(std::vector<std::uint32_t>& order) const;
+    void CreationOrder(CKivBigArray<std::uint32_t>& order) const;
     void FreeTri(int t);
     int LegacyWalk(int start, double px, double py) const;
     int ExactLocate(int start, double px, double py) const;

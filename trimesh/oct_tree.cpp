@@ -92,11 +92,11 @@ inline void PrefetchCorners(const _sTri* t)
 
 // Stable sort of v by its upper 32 bits, of which only the low nBits
 // matter: least significant digit first, 11 bits a pass.
-void SortByHighBits(std::vector<std::uint64_t>& v, int nBits)
+void SortByHighBits(CKivBigArray<std::uint64_t>& v, int nBits)
 {
     constexpr int kDigit = 11;
     constexpr std::size_t kBuckets = std::size_t(1) << kDigit;
-    std::vector<std::uint64_t> tmp(v.size());
+    CKivBigArray<std::uint64_t> tmp(v.size());
     std::vector<std::size_t> count(kBuckets);
     for (int shift = 32; shift < 32 + nBits; shift += kDigit) {
         std::fill(count.begin(), count.end(), 0);
@@ -383,7 +383,7 @@ bool CKivOctTree::CanFillInBulk(std::size_t n) const
            n <= std::numeric_limits<std::uint32_t>::max();
 }
 
-void CKivOctTree::AddRoute(const CKivOctBox& b, std::size_t i, std::vector<std::uint64_t>& routes) const
+void CKivOctTree::AddRoute(const CKivOctBox& b, std::size_t i, CKivBigArray<std::uint64_t>& routes) const
 {
     unsigned char path[kMaxOctDepth];
     const int depth = Route(b, path);
@@ -400,7 +400,7 @@ void CKivOctTree::AddRoute(const CKivOctBox& b, std::size_t i, std::vector<std::
     routes.push_back(key << 32 | i);
 }
 
-void CKivOctTree::FillInBulk(std::vector<std::uint64_t>& routes, const std::vector<_sTri*>& tris)
+void CKivOctTree::FillInBulk(CKivBigArray<std::uint64_t>& routes, const std::vector<_sTri*>& tris)
 {
     // A triangle's node depends on its box alone, and the nodes a triangle
     // passes through get their children whatever the order. So route every
@@ -452,7 +452,7 @@ void CKivOctTree::InsertAll(const std::vector<_sTri*>& tris)
         }
         return;
     }
-    std::vector<std::uint64_t> routes;
+    CKivBigArray<std::uint64_t> routes;
     routes.reserve(n);
     for (std::size_t i = 0; i < n; ++i) {
         if (i + kAhead < n) {

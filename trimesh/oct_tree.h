@@ -37,6 +37,8 @@
 #include <kivgeo/mesh_data.h>
 #include <kivgeo/point3d.h>
 
+#include "trimesh/big_array_alloc.h"
+
 #include <algorithm>
 #include <limits>
 
@@ -132,8 +134,8 @@ public:
     // increasing order, then FillInBulk(routes, tris), stores tris as
     // InsertAll does.
     bool CanFillInBulk(std::size_t n) const;
-    void AddRoute(const CKivOctBox& b, std::size_t i, std::vector<std::uint64_t>& routes) const;
-    void FillInBulk(std::vector<std::uint64_t>& routes, const std::vector<_sTri*>& tris);
+    void AddRoute(const CKivOctBox& b, std::size_t i, CKivBigArray<std::uint64_t>& routes) const;
+    void FillInBulk(CKivBigArray<std::uint64_t>& routes, const std::vector<_sTri*>& tris);
     // Removes t, found by the same descent with the same box; false when it is
     // not there.
     bool Remove(const _sTri* t, const CKivOctBox& b);

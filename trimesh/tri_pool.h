@@ -7,14 +7,23 @@
 
 #include <kivgeo/mesh_data.h>
 
+#include "trimesh/big_array_alloc.h"
+
+#include <algorithm>
 #include <cstddef>
-#include <memory>
+#include <new>
+#include <utility>
 #include <vector>
 
 namespace TriMesh {
 
 class CKivTriPool {
 public:
+    CKivTriPool() = default;
+    CKivTriPool(const CKivTriPool&) = delete;
+    CKivTriPool& operator=(const CKivTriPool&) = delete;
+    ~CKivTriPool() { Clear(); }
+
     // A record as _sTri() makes it.
     _sTri* New()
     {
@@ -24,28 +33,44 @@ public:
             *t = _sTri();
             return t;
         }
-        if (m_nUsed == kChunk) {
-            m_vecChunk.emplace_back(new _sTri[kChunk]);
-            m_nUsed = 0;
+        if (m_nUsed == m_nLast) {
+            AddChunk();
         }
-        return &m_vecChunk.back()[m_nUsed++];
+        return new (m_vecChunk.back().first + m_nUsed++) _sTri;
     }
     // Takes a record back; its address may be handed out again.
     void Delete(_sTri* t) { m_vecFree.push_back(t); }
     // Releases every record at once.
     void Clear()
     {
+        for (const auto& c : m_vecChunk) {
+            KivFreeBlock(c.first, c.second * sizeof(_sTri), alignof(_sTri));
+        }
         m_vecChunk.clear();
-        m_vecFree.clear();
-        m_vecFree.shrink_to_fit();
-        m_nUsed = kChunk;
+        std::vector<_sTri*>().swap(m_vecFree);
+        m_nUsed = m_nLast = 0;
     }
 
 private:
-    static constexpr std::size_t kChunk = 4096;
-    std::vector<std::unique_ptr<_sTri[]>> m_vecChunk;
+    // Chunks double from a small first one (a small mesh stays small) to
+    // 2 MiB, which the kernel may back with one huge page: a page fault per
+    // 4 KiB is a large share of making millions of records.
+    static constexpr std::size_t kFirstChunk = 4096;
+    static constexpr std::size_t kMaxChunk = kKivHugeBlock / sizeof(_sTri);
+
+    void AddChunk()
+    {
+        const std::size_t n = m_vecChunk.empty() ? kFirstChunk : std::min(2 * m_nLast, kMaxChunk);
+        m_vecChunk.reserve(m_vecChunk.size() + 1);
+        m_vecChunk.emplace_back(static_cast<_sTri*>(KivAllocBlock(n * sizeof(_sTri), alignof(_sTri))), n);
+        m_nLast = n;
+        m_nUsed = 0;
+    }
+
+    std::vector<std::pair<_sTri*, std::size_t>> m_vecChunk; // start, records
     std::vector<_sTri*> m_vecFree;
-    std::size_t m_nUsed = kChunk; // records handed out of the last chunk
+    std::size_t m_nUsed = 0; // records handed out of the last chunk
+    std::size_t m_nLast = 0; // records in the last chunk
 };
 
 } // namespace TriMesh
