@@ -57,12 +57,12 @@ struct SPlanBox {
 struct SFootprint {
     double nx[3], ny[3], lo[3], hi[3];
 
-    SFootprint(const CKivPoint3d* const pt[3], double margin, double ox, double oy)
+    SFootprint(const CKivPoint3d* pt, double margin, double ox, double oy)
     {
         for (int e = 0; e < 3; ++e) {
-            const CKivPoint3d& p = *pt[e];
-            const CKivPoint3d& q = *pt[(e + 1) % 3];
-            const CKivPoint3d& r = *pt[(e + 2) % 3];
+            const CKivPoint3d& p = pt[e];
+            const CKivPoint3d& q = pt[(e + 1) % 3];
+            const CKivPoint3d& r = pt[(e + 2) % 3];
             nx[e] = p.y - q.y, ny[e] = q.x - p.x;
             const double a = nx[e] * (p.x - ox) + ny[e] * (p.y - oy), b = nx[e] * (r.x - ox) + ny[e] * (r.y - oy);
             const double grow = margin * std::sqrt(nx[e] * nx[e] + ny[e] * ny[e]);
@@ -84,53 +84,10 @@ struct SFootprint {
     }
 };
 
-// Numbers the corner vertices in the order they are first met. A vertex's
-// creation index is nearly always unique among the live vertices and serves
-// as the key of a flat table; a vertex whose index is taken by another (the
-// store does not renumber after deletions) goes to a hash map.
-class CCornerNumbers {
-public:
-    CCornerNumbers(std::size_t maxIndex, std::size_t corners)
-    {
-        // A flat table only when the indices are not far sparser than the
-        // corners.
-        if (maxIndex < 4 * corners + 1024) {
-            m_vecOwner.assign(maxIndex + 1, nullptr);
-            m_vecId.resize(maxIndex + 1);
-        }
-    }
-    std::uint32_t Number(const _sVertex* v, CKivBigArray<CKivPoint3d>& pts)
-    {
-        const std::size_t ix = static_cast<std::size_t>(v->nIndex);
-        if (v->nIndex >= 0 && ix < m_vecOwner.size()) {
-            if (m_vecOwner[ix] == v) {
-                return m_vecId[ix];
-            }
-            if (!m_vecOwner[ix]) {
-                m_vecOwner[ix] = v;
-                m_vecId[ix] = static_cast<std::uint32_t>(pts.size());
-                pts.push_back(v->pt);
-                return m_vecId[ix];
-            }
-        }
-        const auto it = m_mapOther.emplace(v, static_cast<std::uint32_t>(pts.size()));
-        if (it.second) {
-            pts.push_back(v->pt);
-        }
-        return it.first->second;
-    }
-
-private:
-    CKivBigArray<const _sVertex*> m_vecOwner;
-    CKivBigArray<std::uint32_t> m_vecId;
-    std::unordered_map<const _sVertex*, std::uint32_t> m_mapOther;
-};
-
 } // namespace
 
 CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree& tree)
 {
-    m_vecStart.assign(2, 0);
     const CKivOctNode* root = tree.Root();
     if (!root) {
         return;
@@ -149,7 +106,6 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
     CKivBigArray<SHome> homes;
     homes.reserve(tris.size());
     double gx0 = HUGE_VAL, gx1 = -HUGE_VAL, gy0 = HUGE_VAL, gy1 = -HUGE_VAL;
-    std::size_t maxIndex = 0;
     for (std::size_t i = 0; i < tris.size(); ++i) {
         if (i + 16 < tris.size()) {
             __builtin_prefetch(tris[i + 16]);
@@ -170,9 +126,6 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
         if (!pb.IsFinite()) {
             m_vecWide.push_back(t);
             continue;
-        }
-        for (const _sVertex* v : t->pVt) {
-            maxIndex = std::max(maxIndex, static_cast<std::size_t>(std::max(v->nIndex, 0)));
         }
         homes.push_back(SHome{static_cast<float>(0.5 * pb.x0 + 0.5 * pb.x1),
                               static_cast<float>(0.5 * pb.y0 + 0.5 * pb.y1), static_cast<std::uint32_t>(i), t});
@@ -230,26 +183,22 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
         homes.swap(sorted);
     }
 
-    // The corners, numbered in that order.
+    // The corners' positions, in that order.
     m_vecSlot.resize(n);
-    m_vecCorners.resize(n);
-    m_vecPt.reserve(std::min(3 * n, maxIndex + 1));
-    {
-        CCornerNumbers numbers(maxIndex, 3 * n);
-        for (std::size_t r = 0; r < n; ++r) {
-            if (r + 8 < n) {
-                __builtin_prefetch(homes[r + 8].t);
+    m_vecTriPt.resize(n);
+    for (std::size_t r = 0; r < n; ++r) {
+        if (r + 8 < n) {
+            __builtin_prefetch(homes[r + 8].t);
+        }
+        if (r + 4 < n) {
+            for (const _sVertex* v : homes[r + 4].t->pVt) {
+                __builtin_prefetch(v);
             }
-            if (r + 4 < n) {
-                for (const _sVertex* v : homes[r + 4].t->pVt) {
-                    __builtin_prefetch(v);
-                }
-            }
-            _sTri* t = homes[r].t;
-            m_vecSlot[r] = homes[r].slot;
-            for (int k = 0; k < 3; ++k) {
-                m_vecCorners[r].v[k] = numbers.Number(t->pVt[k], m_vecPt);
-            }
+        }
+        const _sTri* t = homes[r].t;
+        m_vecSlot[r] = homes[r].slot;
+        for (int k = 0; k < 3; ++k) {
+            m_vecTriPt[r].p[k] = t->pVt[k]->pt;
         }
     }
     CKivBigArray<SHome>().swap(homes);
@@ -266,9 +215,8 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
         if (wide[r]) {
             return;
         }
-        const std::uint32_t* v = m_vecCorners[r].v;
-        const CKivPoint3d* const pt[3] = {&m_vecPt[v[0]], &m_vecPt[v[1]], &m_vecPt[v[2]]};
-        const SPlanBox pb(*pt[0], *pt[1], *pt[2]);
+        const CKivPoint3d* const pt = m_vecTriPt[r].p;
+        const SPlanBox pb(pt[0], pt[1], pt[2]);
         const std::size_t i0 = CellX(pb.x0), i1 = CellX(pb.x1), j0 = CellY(pb.y0), j1 = CellY(pb.y1);
         if (i0 == i1 && j0 == j1) {
             f(i0 + j0 * m_nX); // the only cell its box meets
@@ -292,18 +240,35 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
     };
 
     // Two passes: count per cell, then fill.
-    CKivBigArray<std::uint32_t> count(cells + 1, 0);
+    CKivBigArray<std::uint32_t> count(cells, 0);
     for (std::size_t r = 0; r < n; ++r) {
         ForCells(r, [&](std::size_t c) { ++count[c]; });
     }
-    m_vecStart.assign(cells + 1, 0);
+    SCell empty;
+    std::fill(std::begin(empty.e), std::end(empty.e), kNone);
+    m_vecCell.assign(cells, empty);
+    std::size_t spill = 0;
+    m_nEntries = 0;
     for (std::size_t c = 0; c < cells; ++c) {
-        m_vecStart[c + 1] = m_vecStart[c] + count[c];
+        m_nEntries += count[c];
+        if (count[c] > 8) {
+            m_vecCell[c].e[0] = kSpilled;
+            m_vecCell[c].e[1] = static_cast<std::uint32_t>(spill);
+            m_vecCell[c].e[2] = count[c];
+            spill += count[c];
+        }
+        count[c] = 0; // now the number filled in
     }
-    m_vecEntry.resize(m_vecStart[cells]);
-    std::copy(m_vecStart.begin(), m_vecStart.end() - 1, count.begin());
+    m_vecSpill.resize(spill);
     for (std::size_t r = 0; r < n; ++r) {
-        ForCells(r, [&](std::size_t c) { m_vecEntry[count[c]++] = static_cast<std::uint32_t>(r); });
+        ForCells(r, [&](std::size_t c) {
+            SCell& rec = m_vecCell[c];
+            if (rec.e[0] == kSpilled) {
+                m_vecSpill[rec.e[1] + count[c]++] = static_cast<std::uint32_t>(r);
+            } else {
+                rec.e[count[c]++] = static_cast<std::uint32_t>(r);
+            }
+        });
     }
 }
 
@@ -402,8 +367,11 @@ void CKivPlanIndex::CandidatesInBox(const std::vector<_sTri*>& tris, double x0, 
         for (std::size_t j = j0; j <= j1; ++j) {
             for (std::size_t i = i0; i <= i1; ++i) {
                 const std::size_t c = i + j * m_nX;
-                for (std::uint32_t k = m_vecStart[c], e = m_vecStart[c + 1]; k < e; ++k) {
-                    out.push_back(tris[m_vecSlot[m_vecEntry[k]]]);
+                const std::uint32_t* e;
+                std::size_t m;
+                CellEntries(c, e, m);
+                for (std::size_t k = 0; k < m; ++k) {
+                    out.push_back(tris[m_vecSlot[e[k]]]);
                 }
             }
         }
@@ -414,9 +382,8 @@ void CKivPlanIndex::CandidatesInBox(const std::vector<_sTri*>& tris, double x0, 
 
 std::size_t CKivPlanIndex::MemoryBytes() const
 {
-    return sizeof(*this) + m_vecStart.capacity() * sizeof(std::uint32_t) +
-           m_vecEntry.capacity() * sizeof(std::uint32_t) + m_vecSlot.capacity() * sizeof(std::uint32_t) +
-           m_vecCorners.capacity() * sizeof(STriCorners) + m_vecPt.capacity() * sizeof(CKivPoint3d) +
+    return sizeof(*this) + m_vecCell.capacity() * sizeof(SCell) + m_vecSpill.capacity() * sizeof(std::uint32_t) +
+           m_vecSlot.capacity() * sizeof(std::uint32_t) + m_vecTriPt.capacity() * sizeof(STriPts) +
            m_vecWide.capacity() * sizeof(_sTri*) + m_vecNode.capacity() * sizeof(SNode) +
            m_vecTriNode.capacity() * sizeof(std::uint32_t) + m_vecTriPos.capacity() * sizeof(std::uint32_t);
 }
