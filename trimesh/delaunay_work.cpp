@@ -101,39 +101,39 @@ void CKivDelaunayWork::Load(const std::vector<_sVertex*>& verts, const std::vect
     m_bLoaded = true;
 }
 
-// The slots of the new survivors sorted by creation number: a radix sort
-// (11 bits a pass) of (number, slot) keys, as a comparison sort of two
-// million keys costs several times more.
+// The slots of the new survivors sorted by creation number. The numbers are
+// distinct, so a survivor's place is the rank of its number among the
+// survivors' numbers: mark them in a bitmap, count the marks before each
+// word, and place every survivor directly. One pass over the triangles and
+// a bitmap of a bit per number made, instead of sorting (number, slot) keys
+// (several passes over twice the memory).
 void CKivDelaunayWork::CreationOrder(CKivBigArray<std::uint32_t>& order) const
 {
     const std::uint32_t nLoaded = static_cast<std::uint32_t>(m_vecSrc.size());
-    CKivBigArray<std::uint64_t> key;
-    key.reserve(static_cast<std::size_t>(m_nLive));
+    const std::size_t nNumbers = m_nSeq > nLoaded ? m_nSeq - nLoaded : 0;
+    const std::size_t nWords = (nNumbers + 63) / 64;
+    CKivBigArray<std::uint64_t> bits(nWords, 0);
+    for (const STri& r : m_vecTri) {
+        if (r.v[0] >= 0 && r.seq >= nLoaded) {
+            const std::size_t q = r.seq - nLoaded;
+            bits[q / 64] |= std::uint64_t(1) << (q % 64);
+        }
+    }
+    CKivBigArray<std::uint32_t> before(nWords);
+    std::uint32_t sum = 0;
+    for (std::size_t w = 0; w < nWords; ++w) {
+        before[w] = sum;
+        sum += static_cast<std::uint32_t>(__builtin_popcountll(bits[w]));
+    }
+    order.resize(sum);
     for (std::size_t t = 0; t < m_vecTri.size(); ++t) {
         const STri& r = m_vecTri[t];
         if (r.v[0] >= 0 && r.seq >= nLoaded) {
-            key.push_back(static_cast<std::uint64_t>(r.seq) << 32 | t);
+            const std::size_t q = r.seq - nLoaded;
+            const std::uint64_t below = bits[q / 64] & ((std::uint64_t(1) << (q % 64)) - 1);
+            order[before[q / 64] + static_cast<std::uint32_t>(__builtin_popcountll(below))] =
+                static_cast<std::uint32_t>(t);
         }
-    }
-    constexpr int kBits = 11;
-    constexpr std::uint64_t kMask = (1u << kBits) - 1;
-    CKivBigArray<std::uint64_t> tmp(key.size());
-    for (int shift = 32; shift < 64 && (static_cast<std::uint64_t>(m_nSeq) << 32 >> shift) != 0; shift += kBits) {
-        std::size_t count[(1u << kBits) + 1] = {};
-        for (std::uint64_t k : key) {
-            ++count[((k >> shift) & kMask) + 1];
-        }
-        for (std::size_t b = 0; b < (1u << kBits); ++b) {
-            count[b + 1] += count[b];
-        }
-        for (std::uint64_t k : key) {
-            tmp[count[(k >> shift) & kMask]++] = k;
-        }
-        key.swap(tmp);
-    }
-    order.resize(key.size());
-    for (std::size_t j = 0; j < key.size(); ++j) {
-        order[j] = static_cast<std::uint32_t>(key[j]);
     }
 }
 
