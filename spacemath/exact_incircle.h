@@ -157,10 +157,12 @@ inline double InCircleDetExact(double px, double py, double ax, double ay, doubl
 
 } // namespace KivExact
 
-// Same answers as IsPtInCircumCircle2D() wherever its rounding cannot change
-// them; elsewhere the answer the rule gives on exact determinants.
-inline int IsPtInCircumCircle2DExact(double px, double py, double ax, double ay, double bx, double by, double cx,
-                                     double cy)
+// The first half of the rule, which depends on the triangle alone: -1 when
+// its doubled area is within 1e-6 of zero (never in the circle), else 1 for
+// counter-clockwise and 2 for clockwise (the area against -1e-6), decided
+// on the exact area where rounding could change it. A caller that tests one
+// triangle against many points can keep it.
+inline int InCircleTriSense(double ax, double ay, double bx, double by, double cx, double cy)
 {
     // Twice the area, as the plain rule forms it, and a bound on its rounding
     // (six products and five sums: 8 eps of the sum of magnitudes is ample).
@@ -169,7 +171,7 @@ inline int IsPtInCircumCircle2DExact(double px, double py, double ax, double ay,
     const double sMag =
         std::fabs(p1) + std::fabs(p2) + std::fabs(p3) + std::fabs(p4) + std::fabs(p5) + std::fabs(p6);
     if (!std::isfinite(sMag)) {
-        return IsPtInCircumCircle2D(px, py, ax, ay, bx, by, cx, cy);
+        return 0; // left to the plain rule
     }
     // Where |s| is clear of the threshold, the sign is right too: |s| above
     // it exceeds the error, and below it the triangle is degenerate anyway.
@@ -180,8 +182,14 @@ inline int IsPtInCircumCircle2DExact(double px, double py, double ax, double ay,
     if (!(std::fabs(s) > 1e-6)) {
         return -1;
     }
-    const bool cw = s < -1e-6;
+    return s < -1e-6 ? 2 : 1;
+}
 
+// The second half: the in-circle answer for a triangle of sense 1 or 2 (as
+// InCircleTriSense gives it), from the determinant formed about P.
+inline int InCircleWithSense(double px, double py, double ax, double ay, double bx, double by, double cx,
+                             double cy, int sense)
+{
     const double ax_ = ax - px, ay_ = ay - py;
     const double bx_ = bx - px, by_ = by - py;
     const double cx_ = cx - px, cy_ = cy - py;
@@ -200,7 +208,22 @@ inline int IsPtInCircumCircle2DExact(double px, double py, double ax, double ay,
     if (!clear) {
         d = KivExact::InCircleDetExact(px, py, ax, ay, bx, by, cx, cy);
     }
-    return InCircleSense(d, cw);
+    return InCircleSense(d, sense == 2);
+}
+
+// Same answers as IsPtInCircumCircle2D() wherever its rounding cannot change
+// them; elsewhere the answer the rule gives on exact determinants.
+inline int IsPtInCircumCircle2DExact(double px, double py, double ax, double ay, double bx, double by, double cx,
+                                     double cy)
+{
+    const int sense = InCircleTriSense(ax, ay, bx, by, cx, cy);
+    if (sense == 0) {
+        return IsPtInCircumCircle2D(px, py, ax, ay, bx, by, cx, cy);
+    }
+    if (sense < 0) {
+        return -1;
+    }
+    return InCircleWithSense(px, py, ax, ay, bx, by, cx, cy, sense);
 }
 
 #endif

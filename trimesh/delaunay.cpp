@@ -142,7 +142,9 @@ void CKivDelaunay::TranslateCoord(bool bBack)
         h->Offset(m_ptOrigin, bBack);
     }
     m_Outline.Offset(m_ptOrigin, bBack);
-    m.InvalidateVertexIndex();
+    // A run makes no lookups, and a million vertices' index is some 40 MB
+    // that the run can use meanwhile; it is rebuilt on the next lookup.
+    m.ReleaseVertexIndex();
 }
 
 void CKivDelaunay::SetTriBound()

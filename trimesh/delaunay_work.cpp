@@ -201,6 +201,7 @@ int CKivDelaunayWork::NewTri(int a, int b, int c)
     r.n[0] = r.n[1] = r.n[2] = -1;
     r.seq = m_nSeq++;
     r.mark = 0;
+    r.sense = 0;
     m_vecPt[a].tri = m_vecPt[b].tri = m_vecPt[c].tri = t;
     m_nLastTri = t;
     ++m_nLive;
@@ -563,6 +564,28 @@ bool CKivDelaunayWork::RepairCavity(int iv, const int* hold, int nHold)
     return false;
 }
 
+int CKivDelaunayWork::InCircle(int x, double px, double py)
+{
+    // Kept as 1 (counter-clockwise), 2 (clockwise), 3 (degenerate: never in
+    // the circle) or 4 (magnitudes beyond the filter: the plain rule).
+    STri& r = m_vecTri[x];
+    const SVert& a = m_vecPt[r.v[0]];
+    const SVert& b = m_vecPt[r.v[1]];
+    const SVert& c = m_vecPt[r.v[2]];
+    if (r.sense == 0) {
+        const int s = InCircleTriSense(a.x, a.y, b.x, b.y, c.x, c.y);
+        r.sense = static_cast<std::uint8_t>(s < 0 ? 3 : (s == 0 ? 4 : s));
+    }
+    switch (r.sense) {
+    case 3:
+        return -1;
+    case 4:
+        return IsPtInCircumCircle2D(px, py, a.x, a.y, b.x, b.y, c.x, c.y);
+    default:
+        return InCircleWithSense(px, py, a.x, a.y, b.x, b.y, c.x, c.y, r.sense);
+    }
+}
+
 // The cavity: the triangles whose circumcircle holds the point (tolerant
 // test) that are reached from the start through such triangles, in the
 // order of the recursive flood (the triangle itself, then everything reached
@@ -589,10 +612,7 @@ void CKivDelaunayWork::FloodCavity(int start, double px, double py, bool bNear)
                 continue;
             }
             const STri& r = m_vecTri[x];
-            const SVert& a = m_vecPt[r.v[0]];
-            const SVert& b = m_vecPt[r.v[1]];
-            const SVert& c = m_vecPt[r.v[2]];
-            if (IsPtInCircumCircle2DExact(px, py, a.x, a.y, b.x, b.y, c.x, c.y) < 0) {
+            if (InCircle(x, px, py) < 0) {
                 continue;
             }
             m_vecTri[x].mark = 1;
@@ -619,10 +639,7 @@ void CKivDelaunayWork::FloodCavity(int start, double px, double py, bool bNear)
         m_vecNext.clear();
         for (int x : m_vecRing) {
             STri& r = m_vecTri[x];
-            const SVert& a = m_vecPt[r.v[0]];
-            const SVert& b = m_vecPt[r.v[1]];
-            const SVert& c = m_vecPt[r.v[2]];
-            if (IsPtInCircumCircle2DExact(px, py, a.x, a.y, b.x, b.y, c.x, c.y) < 0) {
+            if (InCircle(x, px, py) < 0) {
                 r.mark = kOut;
                 continue;
             }

@@ -91,10 +91,12 @@ private:
     // One cache line holds two. A free slot has v[0] == -1 and links the
     // free list through n[0].
     struct alignas(32) STri {
-        int v[3];           // corners, counter-clockwise
-        int n[3];           // neighbour across edge (v[k], v[k+1]), -1 for none
-        std::uint32_t seq;  // creation number (loaded triangles first)
-        std::uint32_t mark; // in the current cavity (1); other values while it is found
+        int v[3];            // corners, counter-clockwise
+        int n[3];            // neighbour across edge (v[k], v[k+1]), -1 for none
+        std::uint32_t seq;   // creation number (loaded triangles first)
+        std::uint8_t mark;   // in the current cavity (1); other values while it is found
+        std::uint8_t sense;  // the in-circle rule's verdict on the triangle alone, 0 before it is known
+        std::uint16_t spare; // (keeps the record at 32 bytes)
     };
     struct SEdge {
         int a, b;  // the edge as oriented in its triangle
@@ -115,6 +117,10 @@ private:
     void GridPut(int iv);
     void GridRebuild();
     void FloodCavity(int start, double px, double py, bool bNear);
+    // The in-circle rule for triangle x, its verdict on the triangle alone
+    // kept in the record: a triangle stays in place over many insertions
+    // and is tested by the cavities of all the points nearby.
+    int InCircle(int x, double px, double py);
     void CollectBoundary();
     bool RepairCavity(int iv, const int* hold, int nHold);
 

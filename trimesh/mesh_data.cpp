@@ -443,6 +443,12 @@ void CKivMeshData::InvalidateVertexIndex()
     DropPlanIndex(); // moved vertices move triangles
 }
 
+void CKivMeshData::ReleaseVertexIndex()
+{
+    m_pVertexIndex->Clear();
+    DropPlanIndex();
+}
+
 void CKivMeshData::DropPlanIndex()
 {
     // Runs on every AddTri and DelTri: plain loads first, the rare drop

@@ -200,6 +200,9 @@ private:
     _sVertex* NewVertex(const CKivPoint3d& p);
     // Tells the store that vertex positions changed.
     void InvalidateVertexIndex();
+    // The same, and frees the lookup index's memory until the next lookup:
+    // for bulk work that moves vertices and makes no lookups meanwhile.
+    void ReleaseVertexIndex();
     // Closes the null slots DelTri leaves in m_vecTri.
     void CompactTris();
 
