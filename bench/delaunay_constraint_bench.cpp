@@ -151,4 +151,4 @@ BENCHMARK(BM_Unconstrained)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Constrained)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ConstrainedCoverHull)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_UnconstrainedCoverHull)->Arg(100000)->Arg(1000000)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_CoverHullZigZag)->Arg(2000)->Arg(8000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CoverHullZigZag)->Arg(2000)->Arg(8000)->Arg(32000)->Unit(benchmark::kMillisecond);

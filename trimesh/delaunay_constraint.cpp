@@ -236,11 +236,15 @@ double RingArea2(const std::vector<_sVertex*>& ring)
 // overlaps. A front edge with no admissible vertex is left alive.
 class CKivGiftWrap {
 public:
+    // bPlain: plain scans throughout (the reference for the grid search).
+    explicit CKivGiftWrap(bool bPlain = false) : m_bPlain(bPlain) {}
+
     // Local number of v; bFree marks a vertex that has no triangle yet.
     int Vertex(_sVertex* v, bool bFree)
     {
         const auto it = m_local.emplace(v, static_cast<int>(m_verts.size()));
         if (it.second) {
+            m_grid = SGrid(); // made again for the new vertex set
             m_verts.push_back(v);
             m_degree.push_back(0);
             m_free.push_back(bFree ? 1 : 0);
@@ -265,6 +269,9 @@ public:
             m_edges.push_back({a, b, true});
             ++m_degree[static_cast<std::size_t>(a)], ++m_degree[static_cast<std::size_t>(b)];
             m_stack.push_back(static_cast<int>(m_edges.size()) - 1);
+            if (m_grid.Active()) {
+                GridAddEdge(static_cast<int>(m_edges.size()) - 1);
+            }
         }
     }
     std::size_t VertexCount() const { return m_verts.size(); }
@@ -285,6 +292,7 @@ public:
         bool added = false;
         std::size_t made = 0;
         std::vector<std::pair<double, int>> cands;
+        BuildGrid();
         // Edges are processed newest first; each added triangle kills one edge
         // and adds at most two, and there are finitely many triangles, so the
         // loop ends.
@@ -306,6 +314,24 @@ public:
             const double mx = 0.5 * (a->pt.x + b->pt.x), my = 0.5 * (a->pt.y + b->pt.y);
             const double nx = b->pt.y - a->pt.y, ny = a->pt.x - b->pt.x;
             const double ra = (a->pt.x - mx) * (a->pt.x - mx) + (a->pt.y - my) * (a->pt.y - my);
+            if (m_grid.Active()) {
+                if (!AnyRightOf(a, b)) {
+                    continue; // nothing to the right: an edge of the hull
+                }
+                // The best vertex from the neighbourhood; it is nearly always
+                // admissible. When it is not, the plain search below takes
+                // over and tries it first again, then the others in order.
+                const int ic = GridBest(e.a, e.b, mx, my, nx, ny, ra);
+                if (ic < 0) {
+                    continue; // no open vertex on the right
+                }
+                if (IsFree(e.a, e.b, ic)) {
+                    Take(ie, e, ic, add);
+                    added = true;
+                    ++made;
+                    continue;
+                }
+            }
             cands.clear();
             for (std::size_t i = 0; i < m_verts.size(); ++i) {
                 const _sVertex* c = m_verts[i];
@@ -331,15 +357,7 @@ public:
                 if (!IsFree(e.a, e.b, ic)) {
                     continue;
                 }
-                add(m_verts[static_cast<std::size_t>(e.b)], m_verts[static_cast<std::size_t>(e.a)],
-                    m_verts[static_cast<std::size_t>(ic)]);
-                Kill(ie);
-                Edge(e.a, ic);
-                Edge(ic, e.b);
-                for (const int i : {e.a, e.b, ic}) {
-                    m_touched[static_cast<std::size_t>(i)] = 1;
-                    m_free[static_cast<std::size_t>(i)] = 0;
-                }
+                Take(ie, e, ic, add);
                 added = true;
                 ++made;
                 break;
@@ -353,6 +371,235 @@ private:
         int a, b;
         bool alive;
     };
+
+    // Adds the triangle (b, a, c) on front edge ie = a->b.
+    template <class FnAdd> void Take(int ie, const SFront& e, int ic, FnAdd& add)
+    {
+        add(m_verts[static_cast<std::size_t>(e.b)], m_verts[static_cast<std::size_t>(e.a)],
+            m_verts[static_cast<std::size_t>(ic)]);
+        Kill(ie);
+        Edge(e.a, ic);
+        Edge(ic, e.b);
+        for (const int i : {e.a, e.b, ic}) {
+            m_touched[static_cast<std::size_t>(i)] = 1;
+            m_free[static_cast<std::size_t>(i)] = 0;
+        }
+    }
+
+    // A bucket grid over the vertices and front edges, so that the searches
+    // look at the neighbourhood of an edge instead of at every vertex and
+    // edge. On a long thin input nearly every vertex is on the front, and
+    // the plain scans make the wrap quadratic (8,000 points took a third of
+    // a second, 10^5 would take a minute). The answers are the plain scans':
+    // the same candidates pass the same exact tests.
+    struct SGrid {
+        double x0 = 0, y0 = 0, x1 = 0, y1 = 0, invX = 0, invY = 0;
+        int nx = 0, ny = 0;
+        std::vector<int> vStart, vIds;        // vertices per cell (fixed)
+        std::vector<std::vector<int>> eCells; // front edges per cell (grows)
+        std::vector<int> eWide;               // edges over too many cells: always checked
+        std::vector<const _sVertex*> hull;    // corners of the vertices' convex hull
+        bool Active() const { return nx > 0; }
+        int Col(double x) const { return Clamp((x - x0) * invX, nx); }
+        int Row(double y) const { return Clamp((y - y0) * invY, ny); }
+        static int Clamp(double f, int n)
+        {
+            if (!(f > 0.0)) {
+                return 0;
+            }
+            return f >= n - 1 ? n - 1 : static_cast<int>(f);
+        }
+    };
+    // Below this many vertices the plain scans are cheaper.
+    static constexpr std::size_t kGridFrom = 64;
+    // An edge over more cells than this is checked by every test instead.
+    static constexpr int kWideCells = 64;
+
+    void BuildGrid()
+    {
+        if (m_bPlain || m_grid.Active() || m_verts.size() < kGridFrom) {
+            return;
+        }
+        double x0 = HUGE_VAL, y0 = HUGE_VAL, x1 = -HUGE_VAL, y1 = -HUGE_VAL;
+        for (const _sVertex* v : m_verts) {
+            x0 = std::min(x0, v->pt.x), x1 = std::max(x1, v->pt.x);
+            y0 = std::min(y0, v->pt.y), y1 = std::max(y1, v->pt.y);
+        }
+        const double w = x1 - x0, h = y1 - y0;
+        if (!std::isfinite(w) || !std::isfinite(h)) {
+            return; // plain scans
+        }
+        const double cells = static_cast<double>(m_verts.size());
+        const double cols = w > 0 ? (h > 0 ? std::sqrt(cells * w / h) : cells) : 1.0;
+        SGrid& g = m_grid;
+        g.nx = static_cast<int>(std::fmin(std::fmax(cols, 1.0), 4096.0));
+        g.ny = static_cast<int>(std::fmin(std::fmax(cells / g.nx, 1.0), 4096.0));
+        g.x0 = x0, g.y0 = y0, g.x1 = x1, g.y1 = y1;
+        g.invX = w > 0 ? g.nx / w : 0.0;
+        g.invY = h > 0 ? g.ny / h : 0.0;
+        if (!std::isfinite(g.invX) || !std::isfinite(g.invY)) {
+            g.nx = g.ny = 0;
+            return;
+        }
+        const std::size_t n = static_cast<std::size_t>(g.nx) * static_cast<std::size_t>(g.ny);
+        g.vStart.assign(n + 1, 0);
+        std::vector<int> cellOf(m_verts.size());
+        for (std::size_t i = 0; i < m_verts.size(); ++i) {
+            cellOf[i] = g.Col(m_verts[i]->pt.x) + g.Row(m_verts[i]->pt.y) * g.nx;
+            ++g.vStart[static_cast<std::size_t>(cellOf[i]) + 1];
+        }
+        for (std::size_t c = 0; c < n; ++c) {
+            g.vStart[c + 1] += g.vStart[c];
+        }
+        g.vIds.resize(m_verts.size());
+        std::vector<int> fill(g.vStart.begin(), g.vStart.end() - 1);
+        for (std::size_t i = 0; i < m_verts.size(); ++i) {
+            g.vIds[static_cast<std::size_t>(fill[static_cast<std::size_t>(cellOf[i])]++)] = static_cast<int>(i);
+        }
+        g.eCells.assign(n, {});
+        // The corners of the convex hull (monotone chain, exact turns).
+        std::vector<const _sVertex*> byX(m_verts.begin(), m_verts.end());
+        std::sort(byX.begin(), byX.end(), [](const _sVertex* p, const _sVertex* q) {
+            return p->pt.x < q->pt.x || (p->pt.x == q->pt.x && p->pt.y < q->pt.y);
+        });
+        std::vector<const _sVertex*>& hull = g.hull;
+        hull.clear();
+        for (int pass = 0; pass < 2; ++pass) {
+            const std::size_t base = hull.size();
+            for (const _sVertex* v : byX) {
+                while (hull.size() >= base + 2 && Orient(hull[hull.size() - 2], hull.back(), v) <= 0) {
+                    hull.pop_back();
+                }
+                hull.push_back(v);
+            }
+            hull.pop_back(); // the other chain starts there
+            std::reverse(byX.begin(), byX.end());
+        }
+        for (std::size_t ie = 0; ie < m_edges.size(); ++ie) {
+            if (m_edges[ie].alive) {
+                GridAddEdge(static_cast<int>(ie));
+            }
+        }
+    }
+
+    void GridAddEdge(int ie)
+    {
+        const SFront& e = m_edges[static_cast<std::size_t>(ie)];
+        const CKivPoint3d& p = m_verts[static_cast<std::size_t>(e.a)]->pt;
+        const CKivPoint3d& q = m_verts[static_cast<std::size_t>(e.b)]->pt;
+        const int i0 = m_grid.Col(std::min(p.x, q.x)), i1 = m_grid.Col(std::max(p.x, q.x));
+        const int j0 = m_grid.Row(std::min(p.y, q.y)), j1 = m_grid.Row(std::max(p.y, q.y));
+        if ((i1 - i0 + 1) * (j1 - j0 + 1) > kWideCells) {
+            m_grid.eWide.push_back(ie);
+            return;
+        }
+        for (int j = j0; j <= j1; ++j) {
+            for (int i = i0; i <= i1; ++i) {
+                m_grid.eCells[static_cast<std::size_t>(i + j * m_grid.nx)].push_back(ie);
+            }
+        }
+    }
+
+    // Whether any vertex lies strictly right of a->b: the most right-lying
+    // vertex of a set is a corner of its hull. Front edges on the hull have
+    // nothing to fill, and a search would visit the whole grid for them.
+    bool AnyRightOf(const _sVertex* a, const _sVertex* b) const
+    {
+        return std::any_of(m_grid.hull.begin(), m_grid.hull.end(),
+                           [&](const _sVertex* v) { return Orient(a, b, v) < 0; });
+    }
+
+    // The open vertex strictly right of a->b with the least (s, number), s
+    // as in Run; -1 for none. Searched in growing squares of cells about the
+    // edge's midpoint, until the square holds the part right of a->b of the
+    // circle through a, b and the best so far (every vertex with a smaller s
+    // lies there), with a margin far above rounding.
+    int GridBest(int ia, int ib, double mx, double my, double nx, double ny, double ra) const
+    {
+        const _sVertex* a = m_verts[static_cast<std::size_t>(ia)];
+        const _sVertex* b = m_verts[static_cast<std::size_t>(ib)];
+        const SGrid& g = m_grid;
+        const int ci = g.Col(mx), cj = g.Row(my);
+        int best = -1;
+        double bestS = HUGE_VAL;
+        const auto visit = [&](int i, int j) {
+            const std::size_t c = static_cast<std::size_t>(i + j * g.nx);
+            for (int k = g.vStart[c]; k < g.vStart[c + 1]; ++k) {
+                const int iv = g.vIds[static_cast<std::size_t>(k)];
+                const _sVertex* v = m_verts[static_cast<std::size_t>(iv)];
+                if (v == a || v == b || !IsOpen(static_cast<std::size_t>(iv)) || Orient(a, b, v) >= 0) {
+                    continue;
+                }
+                const double cx = v->pt.x - mx, cy = v->pt.y - my;
+                const double den = 2.0 * (cx * nx + cy * ny);
+                const double sv = den > 0 ? (cx * cx + cy * cy - ra) / den : HUGE_VAL;
+                if (sv < bestS || (sv == bestS && (best < 0 || iv < best))) {
+                    bestS = sv, best = iv;
+                }
+            }
+        };
+        for (int r = 0;; ++r) {
+            const int i0 = ci - r, i1 = ci + r, j0 = cj - r, j1 = cj + r;
+            // The ring's cells only: its rows at j0 and j1, then its columns
+            // at i0 and i1 between them.
+            const int iLo = std::max(i0, 0), iHi = std::min(i1, g.nx - 1);
+            for (const int j : {j0, j1}) {
+                if (j >= 0 && j < g.ny && (j == j0 || j1 != j0)) {
+                    for (int i = iLo; i <= iHi; ++i) {
+                        visit(i, j);
+                    }
+                }
+            }
+            for (const int i : {i0, i1}) {
+                if (i >= 0 && i < g.nx && (i == i0 || i1 != i0)) {
+                    for (int j = std::max(j0 + 1, 0); j <= std::min(j1 - 1, g.ny - 1); ++j) {
+                        visit(i, j);
+                    }
+                }
+            }
+            const bool all = i0 <= 0 && j0 <= 0 && i1 >= g.nx - 1 && j1 >= g.ny - 1;
+            if (all) {
+                return best;
+            }
+            if (best >= 0 && std::isfinite(bestS)) {
+                // Every better vertex lies in the part of the circle right of
+                // a->b: the arc from b round to a. Its box holds a, b and
+                // those of the circle's four extreme points on that side.
+                const double ox = mx + bestS * nx, oy = my + bestS * ny;
+                const double rad = std::sqrt(ra + bestS * bestS * (nx * nx + ny * ny));
+                const double margin = 1e-8 * (rad + std::fabs(mx) + std::fabs(my) + std::fabs(nx) + std::fabs(ny));
+                double bx0 = std::min(a->pt.x, b->pt.x), bx1 = std::max(a->pt.x, b->pt.x);
+                double by0 = std::min(a->pt.y, b->pt.y), by1 = std::max(a->pt.y, b->pt.y);
+                const double ext[4][2] = {{ox - rad, oy}, {ox + rad, oy}, {ox, oy - rad}, {ox, oy + rad}};
+                const double nLen = std::sqrt(nx * nx + ny * ny);
+                for (const auto& q : ext) {
+                    if ((q[0] - mx) * nx + (q[1] - my) * ny >= -margin * nLen) {
+                        bx0 = std::min(bx0, q[0]), bx1 = std::max(bx1, q[0]);
+                        by0 = std::min(by0, q[1]), by1 = std::max(by1, q[1]);
+                    }
+                }
+                // All vertices lie in the grid's box: where the circle is
+                // far larger (nearly collinear vertices), only the part of
+                // the disk inside that box counts.
+                const double rr = rad + margin;
+                const auto halfWidth = [rr](double c, double lo, double hi) {
+                    const double d = c < lo ? lo - c : (c > hi ? c - hi : 0.0);
+                    return d >= rr ? 0.0 : std::sqrt((rr - d) * (rr + d));
+                };
+                const double wx = halfWidth(oy, g.y0 - margin, g.y1 + margin);
+                const double wy = halfWidth(ox, g.x0 - margin, g.x1 + margin);
+                bx0 = std::max(bx0, ox - wx), bx1 = std::min(bx1, ox + wx);
+                by0 = std::max(by0, oy - wy), by1 = std::min(by1, oy + wy);
+                bx0 -= margin, by0 -= margin, bx1 += margin, by1 += margin;
+                if (std::isfinite(bx0 + bx1 + by0 + by1) && g.Col(bx0) >= std::max(i0, 0) &&
+                    g.Col(bx1) <= std::min(i1, g.nx - 1) && g.Row(by0) >= std::max(j0, 0) &&
+                    g.Row(by1) <= std::min(j1, g.ny - 1)) {
+                    return best;
+                }
+            }
+        }
+    }
+
     static std::uint64_t Key(int a, int b)
     {
         return (static_cast<std::uint64_t>(static_cast<std::uint32_t>(a)) << 32) | static_cast<std::uint32_t>(b);
@@ -374,27 +621,55 @@ private:
         const _sVertex* c = m_verts[static_cast<std::size_t>(ic)];
         const double x0 = std::min({a->pt.x, b->pt.x, c->pt.x}), x1 = std::max({a->pt.x, b->pt.x, c->pt.x});
         const double y0 = std::min({a->pt.y, b->pt.y, c->pt.y}), y1 = std::max({a->pt.y, b->pt.y, c->pt.y});
-        for (std::size_t i = 0; i < m_verts.size(); ++i) {
+        const auto vertexBlocks = [&](std::size_t i) {
             const _sVertex* w = m_verts[i];
             if (w == a || w == b || w == c || w->pt.x < x0 || w->pt.x > x1 || w->pt.y < y0 || w->pt.y > y1 ||
                 !IsOpen(i)) {
-                continue;
-            }
-            if (InClosedTri(w, b, a, c)) {
                 return false;
             }
-        }
-        for (const SFront& e : m_edges) {
+            return InClosedTri(w, b, a, c);
+        };
+        const auto edgeBlocks = [&](const SFront& e) {
             if (!e.alive) {
-                continue;
+                return false;
             }
             const _sVertex* u = m_verts[static_cast<std::size_t>(e.a)];
             const _sVertex* w = m_verts[static_cast<std::size_t>(e.b)];
             if (std::max(u->pt.x, w->pt.x) < x0 || std::min(u->pt.x, w->pt.x) > x1 ||
                 std::max(u->pt.y, w->pt.y) < y0 || std::min(u->pt.y, w->pt.y) > y1) {
-                continue;
+                return false;
             }
-            if (SegsBlock(a, c, u, w) || SegsBlock(c, b, u, w)) {
+            return SegsBlock(a, c, u, w) || SegsBlock(c, b, u, w);
+        };
+        if (!m_grid.Active()) {
+            for (std::size_t i = 0; i < m_verts.size(); ++i) {
+                if (vertexBlocks(i)) {
+                    return false;
+                }
+            }
+            return std::none_of(m_edges.begin(), m_edges.end(), edgeBlocks);
+        }
+        // The cells the triangle's box meets hold every vertex in the box and
+        // every edge whose box meets it (edges over many cells aside).
+        const SGrid& g = m_grid;
+        const int i0 = g.Col(x0), i1 = g.Col(x1), j0 = g.Row(y0), j1 = g.Row(y1);
+        for (int j = j0; j <= j1; ++j) {
+            for (int i = i0; i <= i1; ++i) {
+                const std::size_t cell = static_cast<std::size_t>(i + j * g.nx);
+                for (int k = g.vStart[cell]; k < g.vStart[cell + 1]; ++k) {
+                    if (vertexBlocks(static_cast<std::size_t>(g.vIds[static_cast<std::size_t>(k)]))) {
+                        return false;
+                    }
+                }
+                for (const int ie : g.eCells[cell]) {
+                    if (edgeBlocks(m_edges[static_cast<std::size_t>(ie)])) {
+                        return false;
+                    }
+                }
+            }
+        }
+        for (const int ie : g.eWide) {
+            if (edgeBlocks(m_edges[static_cast<std::size_t>(ie)])) {
                 return false;
             }
         }
@@ -410,6 +685,8 @@ private:
     std::unordered_map<std::uint64_t, int> m_edgeAt;
     std::vector<int> m_stack;
     bool m_bRanAway = false;
+    bool m_bPlain;
+    SGrid m_grid;
 };
 
 // Fills a counter-clockwise ring that may touch itself at vertices; the
@@ -743,7 +1020,7 @@ bool CKivDelaunay::WrapPockets(bool bReforce)
     // Boundary edges: at vertex v, the edge v->w of one of its triangles is on
     // the boundary when no triangle at v has w as the corner before v.
     // Vertices without triangles take part as free vertices.
-    CKivGiftWrap wrap;
+    CKivGiftWrap wrap(m_bPlainWrap);
     std::vector<_sVertex*> nexts, prevs;
     for (_sVertex* v : m.m_vecVertex) {
         if (v->vecTri.empty()) {

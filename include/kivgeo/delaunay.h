@@ -140,6 +140,9 @@ private:
 
     // Additive options and the run's bookkeeping (point location aids).
     bool m_bCoverHull;
+    // Pockets wrapped with plain scans instead of the bucket grid (the test
+    // suite's reference for the grid search).
+    bool m_bPlainWrap = false;
     std::function<void(double)> m_fnProgress;
     std::unique_ptr<CKivDelaunayWork> m_pWork;
 };
