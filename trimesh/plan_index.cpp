@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
-#include <unordered_map>
 #include <utility>
 
 namespace TriMesh {
@@ -133,7 +132,7 @@ CKivPlanIndex::CKivPlanIndex(const std::vector<_sTri*>& tris, const CKivOctTree&
         gy0 = std::min(gy0, pb.y0), gy1 = std::max(gy1, pb.y1);
     }
     const double w = gx1 - gx0, h = gy1 - gy0;
-    // Triangle and corner numbers are 32-bit.
+    // Triangle numbers are 32-bit.
     if (homes.empty() || !std::isfinite(w) || !std::isfinite(h) || homes.size() >= (std::size_t(1) << 30)) {
         for (const SHome& e : homes) {
             m_vecWide.push_back(e.t);
