@@ -2,6 +2,7 @@
 
 #include "spacemath/exact_orient.h"
 #include "spacemath/planar_internal.h"
+#include "tin_check.h"
 
 #include <gtest/gtest.h>
 
@@ -281,84 +282,19 @@ struct CCheck {
     bool ok = true;
     std::string why;
     double area = 0; // sum of the plan areas
-
-    void Fail(const std::string& s)
-    {
-        if (ok) {
-            why = s;
-        }
-        ok = false;
-    }
 };
 
-// Every triangle strictly counter-clockwise (exact); no directed edge twice;
-// around every vertex the corner angles add up to one turn at most, and to
-// exactly one where the vertex is surrounded (no folds). With these, a
-// triangulation covers each point of its union once. As a second, direct
-// look: no fat triangle's centroid lies strictly inside another triangle
-// (slivers are left out: their computed centroid may fall off them).
+// A valid triangulation of the points it uses (see tin_check.h), and its area.
 CCheck CheckValid(const std::vector<CKivPoint3d>& pos, const std::vector<Triple>& tris)
 {
+    std::vector<CKivTri3d> t;
     CCheck r;
-    std::map<std::pair<int, int>, int> dir;
-    struct Box {
-        double x0, y0, x1, y1;
-    };
-    std::vector<Box> box;
-    std::vector<double> turn(pos.size(), 0.0);
-    for (const Triple& t : tris) {
-        const CKivPoint3d &a = pos[t[0]], &b = pos[t[1]], &c = pos[t[2]];
-        if (ExactOrient2D(a.x, a.y, b.x, b.y, c.x, c.y) <= 0) {
-            r.Fail("triangle not strictly counter-clockwise");
-        }
-        for (int k = 0; k < 3; ++k) {
-            if (++dir[{t[k], t[(k + 1) % 3]}] > 1) {
-                r.Fail("directed edge used twice");
-            }
-            const CKivPoint3d &p = pos[t[k]], &q = pos[t[(k + 1) % 3]], &s = pos[t[(k + 2) % 3]];
-            const double ux = q.x - p.x, uy = q.y - p.y, vx = s.x - p.x, vy = s.y - p.y;
-            // The triangle is counter-clockwise (checked exactly): the angle is
-            // in [0, pi] whatever the rounding of the cross product.
-            turn[static_cast<std::size_t>(t[k])] += std::atan2(std::fabs(ux * vy - uy * vx), ux * vx + uy * vy);
-        }
-        r.area += 0.5 * ((b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y));
-        box.push_back({std::min({a.x, b.x, c.x}), std::min({a.y, b.y, c.y}), std::max({a.x, b.x, c.x}),
-                       std::max({a.y, b.y, c.y})});
+    for (const Triple& x : tris) {
+        t.emplace_back(pos[x[0]], pos[x[1]], pos[x[2]]);
+        r.area += 0.5 * tincheck::Orient(t.back().m_pt[0], t.back().m_pt[1], t.back().m_pt[2]);
     }
-    std::vector<char> open(pos.size(), 0);
-    for (const auto& e : dir) {
-        if (!dir.count({e.first.second, e.first.first})) {
-            open[static_cast<std::size_t>(e.first.first)] = open[static_cast<std::size_t>(e.first.second)] = 1;
-        }
-    }
-    const double full = 2 * 3.141592653589793;
-    for (std::size_t i = 0; i < pos.size(); ++i) {
-        if (turn[i] > full + 1e-6 || (!open[i] && turn[i] > 0 && turn[i] < full - 1e-6)) {
-            r.Fail("corner angles around vertex " + std::to_string(i) + " add up to " + std::to_string(turn[i]));
-        }
-    }
-    for (std::size_t i = 0; i < tris.size() && r.ok; ++i) {
-        const CKivPoint3d &a = pos[tris[i][0]], &b = pos[tris[i][1]], &c = pos[tris[i][2]];
-        const double area2 = (b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y);
-        const double longest = std::max({(b.x - a.x) * (b.x - a.x) + (b.y - a.y) * (b.y - a.y),
-                                         (c.x - b.x) * (c.x - b.x) + (c.y - b.y) * (c.y - b.y),
-                                         (a.x - c.x) * (a.x - c.x) + (a.y - c.y) * (a.y - c.y)});
-        if (area2 < 1e-3 * longest) {
-            continue;
-        }
-        const double gx = (a.x + b.x + c.x) / 3, gy = (a.y + b.y + c.y) / 3;
-        for (std::size_t j = 0; j < tris.size(); ++j) {
-            if (j == i || gx < box[j].x0 || gx > box[j].x1 || gy < box[j].y0 || gy > box[j].y1) {
-                continue;
-            }
-            const CKivPoint3d &p = pos[tris[j][0]], &q = pos[tris[j][1]], &s = pos[tris[j][2]];
-            if (ExactOrient2D(p.x, p.y, q.x, q.y, gx, gy) > 0 && ExactOrient2D(q.x, q.y, s.x, s.y, gx, gy) > 0 &&
-                ExactOrient2D(s.x, s.y, p.x, p.y, gx, gy) > 0) {
-                r.Fail("two triangles overlap");
-                break;
-            }
-        }
-    }
+    r.why = tincheck::CheckTin(t);
+    r.ok = r.why.empty();
     return r;
 }
 
@@ -747,20 +683,6 @@ TEST(Delaunay, PropertiesOnManyInputs)
             }
             EXPECT_EQ(CountCircleViolations(pos, tris, used), 0) << round;
         }
-        // Every edge has one or two triangles, and the counts agree:
-        // 2E = 3T + B for B edges on the boundary.
-        std::map<std::pair<int, int>, int> und;
-        for (const Triple& t : tris) {
-            for (int k = 0; k < 3; ++k) {
-                ++und[{std::min(t[k], t[(k + 1) % 3]), std::max(t[k], t[(k + 1) % 3])}];
-            }
-        }
-        std::size_t boundary = 0;
-        for (const auto& e : und) {
-            EXPECT_LE(e.second, 2);
-            boundary += e.second == 1;
-        }
-        EXPECT_EQ(2 * und.size(), 3 * tris.size() + boundary);
     }
 }
 
