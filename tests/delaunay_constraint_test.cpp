@@ -5,6 +5,7 @@
 #include <kivgeo/delaunay.h>
 #include <kivgeo/planar.h>
 
+#include "mesh_inspector.h"
 #include "spacemath/exact_orient.h"
 #include "tin_check.h"
 #include "trimesh/ring_index.h"
@@ -22,13 +23,6 @@
 
 namespace TriMesh {
 // Private access for the argument checks and the side-polygon fill.
-class CKivMeshDataInspector {
-public:
-    static std::vector<_sVertex*>& Verts(CKivMeshData& m) { return m.m_vecVertex; }
-    static std::vector<_sTri*>& Tris(CKivMeshData& m) { return m.m_vecTri; }
-    static void AddTri(CKivMeshData& m, _sVertex* a, _sVertex* b, _sVertex* c) { m.AddTri(a, b, c); }
-    static void Compact(CKivMeshData& m) { m.CompactTris(); }
-};
 class CKivDelaunayInspector {
 public:
     static std::size_t SegCount(const CKivDelaunay& d) { return d.m_vecSegYS.size(); }
@@ -309,13 +303,13 @@ TEST(DelaunayConstraint, ArgumentChecksAndSegmentCounts)
     EXPECT_EQ(CKivDelaunayInspector::SegCount(tin), 0u);
     EXPECT_EQ(CKivDelaunayInspector::HoleCount(tin), 0u);
     EXPECT_EQ(CKivDelaunayInspector::OutlineSize(tin), 0u);
-    EXPECT_EQ(CKivMeshDataInspector::Verts(mesh).size(), 0u);
+    EXPECT_EQ(CKivMeshDataInspector(mesh).Verts().size(), 0u);
 
     EXPECT_TRUE(tin.AddSegYS(four, false));
     EXPECT_EQ(CKivDelaunayInspector::SegCount(tin), 3u);
     EXPECT_TRUE(tin.AddSegYS(four, true));
     EXPECT_EQ(CKivDelaunayInspector::SegCount(tin), 7u);
-    EXPECT_EQ(CKivMeshDataInspector::Verts(mesh).size(), 4u); // merged with the first line's points
+    EXPECT_EQ(CKivMeshDataInspector(mesh).Verts().size(), 4u); // merged with the first line's points
     EXPECT_TRUE(tin.AddHoleLine(four));
     EXPECT_EQ(CKivDelaunayInspector::SegCount(tin), 11u);
     EXPECT_EQ(CKivDelaunayInspector::HoleCount(tin), 1u);
@@ -335,7 +329,7 @@ TEST(DelaunayConstraint, ThreeVertexSidePolygonIsOneCounterClockwiseTriangle)
     tin.AddVertex(P(0, 0, 0));
     tin.AddVertex(P(0, 1, 0));
     tin.AddVertex(P(1, 0, 0));
-    std::vector<_sVertex*> ring = CKivMeshDataInspector::Verts(mesh); // clockwise
+    std::vector<_sVertex*> ring = CKivMeshDataInspector(mesh).Verts(); // clockwise
     ASSERT_TRUE(CKivDelaunayInspector::TriPoly(tin, ring));
     std::vector<CKivTri3d> out;
     mesh.OutputData(out);
@@ -344,8 +338,8 @@ TEST(DelaunayConstraint, ThreeVertexSidePolygonIsOneCounterClockwiseTriangle)
     // Collinear: refused, nothing added.
     tin.AddVertex(P(2, 0, 0));
     tin.AddVertex(P(3, 0, 0));
-    std::vector<_sVertex*> line = {CKivMeshDataInspector::Verts(mesh)[2], CKivMeshDataInspector::Verts(mesh)[3],
-                                   CKivMeshDataInspector::Verts(mesh)[4]};
+    std::vector<_sVertex*> line = {CKivMeshDataInspector(mesh).Verts()[2], CKivMeshDataInspector(mesh).Verts()[3],
+                                   CKivMeshDataInspector(mesh).Verts()[4]};
     EXPECT_FALSE(CKivDelaunayInspector::TriPoly(tin, line));
     EXPECT_EQ(mesh.TriNum(), 1u);
 }
@@ -405,13 +399,13 @@ TEST(DelaunayConstraint, WalkMeetingAVertexTwiceKeepsTheMeshValid)
     for (const CKivPoint3d& p : pts) {
         tin.AddVertex(p);
     }
-    std::vector<_sVertex*>& v = CKivMeshDataInspector::Verts(mesh);
+    std::vector<_sVertex*>& v = CKivMeshDataInspector(mesh).Verts();
     _sVertex *a = v[0], *r1 = v[1], *r2 = v[2], *b = v[3], *l0 = v[4], *x = v[5], *y = v[6];
     const _sVertex* tris[][3] = {{a, r1, l0}, {r1, x, l0}, {r1, r2, x}, {x, r2, y},
                                  {r2, l0, y}, {r2, b, l0}, {l0, x, y}};
     for (const auto& t : tris) {
-        CKivMeshDataInspector::AddTri(mesh, const_cast<_sVertex*>(t[0]), const_cast<_sVertex*>(t[1]),
-                                      const_cast<_sVertex*>(t[2]));
+        CKivMeshDataInspector(mesh).AddTri(const_cast<_sVertex*>(t[0]), const_cast<_sVertex*>(t[1]),
+                                           const_cast<_sVertex*>(t[2]));
     }
     std::vector<CKivTri3d> before, after;
     mesh.OutputData(before);
@@ -420,7 +414,7 @@ TEST(DelaunayConstraint, WalkMeetingAVertexTwiceKeepsTheMeshValid)
     seg.pVt[0] = a;
     seg.pVt[1] = b;
     CKivDelaunayInspector::DealSegYS(tin, &seg);
-    CKivMeshDataInspector::Compact(mesh);
+    CKivMeshDataInspector(mesh).CompactTris();
     mesh.OutputData(after);
     EXPECT_EQ(tincheck::CheckTin(after), "");
     EXPECT_NEAR(SumArea2(after), SumArea2(before), 1e-12);

@@ -1,5 +1,6 @@
 #include <kivgeo/delaunay.h>
 
+#include "mesh_inspector.h"
 #include "spacemath/exact_orient.h"
 #include "spacemath/planar_internal.h"
 #include "tin_check.h"
@@ -17,26 +18,7 @@
 
 namespace TriMesh {
 
-// The test suite's access to the store's private members.
-class CKivMeshDataInspector {
-public:
-    explicit CKivMeshDataInspector(CKivMeshData& m) : m_m(m) {}
-    std::vector<_sVertex*>& Verts() { return m_m.m_vecVertex; }
-    std::vector<_sTri*>& Tris() { return m_m.m_vecTri; }
-    void AddTri(_sVertex* a, _sVertex* b, _sVertex* c) { m_m.AddTri(a, b, c); }
-    void DelTri(_sTri* t) { m_m.DelTri(t); }
-    void CompactTris() { m_m.CompactTris(); }
-    void ClearTriData() { m_m.ClearTriData(); }
-    _sTri* FindTriCoEdge(const _sVertex* a, const _sVertex* b, const _sTri* ex)
-    {
-        return m_m.FindTriCoEdge(a, b, ex);
-    }
-
-private:
-    CKivMeshData& m_m;
-};
-
-// ... and to the triangulator's.
+// The test suite's access to the triangulator's private members.
 class CKivDelaunayInspector {
 public:
     explicit CKivDelaunayInspector(CKivDelaunay& d) : m_d(d) {}

@@ -468,9 +468,9 @@ TEST(MeshQueryRef, PlanGridFollowsMeshEdits)
     }
     ASSERT_NE(ins.PlanIndex(), nullptr);
     // A triangle added above; the grid must not hide it.
-    _sVertex* a = ins.NewVertex(P(2, 2, 5));
-    _sVertex* b = ins.NewVertex(P(4, 2, 5));
-    _sVertex* c = ins.NewVertex(P(2, 4, 5));
+    _sVertex* a = ins.NewCountedVertex(P(2, 2, 5));
+    _sVertex* b = ins.NewCountedVertex(P(4, 2, 5));
+    _sVertex* c = ins.NewCountedVertex(P(2, 4, 5));
     ins.AddTri(a, b, c);
     EXPECT_EQ(ins.PlanIndex(), nullptr);
     ASSERT_TRUE(q.GetMapPoint(2.5, 2.5, z));
