@@ -177,6 +177,23 @@ std::vector<CKivPolyLine> RefLink(const std::vector<Edge>& segs)
     return out;
 }
 
+// The same pieces in the same order, every coordinate bit for bit.
+::testing::AssertionResult SameSegs(const std::vector<CKivSeg3d>& got, const std::vector<CKivSeg3d>& want)
+{
+    if (got.size() != want.size()) {
+        return ::testing::AssertionFailure() << got.size() << " pieces, expected " << want.size();
+    }
+    for (std::size_t i = 0; i < got.size(); ++i) {
+        for (int e = 0; e < 2; ++e) {
+            const CKivPoint3d &g = got[i].m_pt[e], &w = want[i].m_pt[e];
+            if (g.x != w.x || g.y != w.y || g.z != w.z) {
+                return ::testing::AssertionFailure() << "piece " << i << " end " << e << " differs";
+            }
+        }
+    }
+    return ::testing::AssertionSuccess();
+}
+
 // ---- Random surfaces ----
 
 // A jittered grid TIN with random heights at the given scale and offset,
@@ -440,11 +457,7 @@ TEST(MeshQueryRef, TriangulatedSurfaces)
                 }
                 std::vector<CKivSeg3d> got;
                 ASSERT_TRUE(q.GetMapPolyline(line, false, got));
-                ASSERT_EQ(got.size(), want.size());
-                for (std::size_t i = 0; i < got.size(); ++i) {
-                    ASSERT_EQ(got[i].m_pt[0].x, want[i].m_pt[0].x);
-                    ASSERT_EQ(got[i].m_pt[1].z, want[i].m_pt[1].z);
-                }
+                ASSERT_TRUE(SameSegs(got, want)) << grid;
             }
             std::vector<CKivPolyLine> lines;
             ASSERT_TRUE(q.GetMapPolyline(line, false, lines));
@@ -533,14 +546,7 @@ TEST(MeshQueryRef, DrapeDedupEqualsTheLinearScanIncludingEarlierOutput)
                 }
                 std::vector<CKivSeg3d> got;
                 ASSERT_TRUE(q.GetMapPolyline(line, closed, got));
-                ASSERT_EQ(got.size(), want.size()) << grid;
-                for (std::size_t i = 0; i < got.size(); ++i) {
-                    for (int e = 0; e < 2; ++e) {
-                        ASSERT_EQ(got[i].m_pt[e].x, want[i].m_pt[e].x) << grid;
-                        ASSERT_EQ(got[i].m_pt[e].y, want[i].m_pt[e].y);
-                        ASSERT_EQ(got[i].m_pt[e].z, want[i].m_pt[e].z);
-                    }
-                }
+                ASSERT_TRUE(SameSegs(got, want)) << grid;
             }
             // One segment into an out that already holds pieces (some of
             // them reversed) and an unrelated segment.
@@ -552,11 +558,7 @@ TEST(MeshQueryRef, DrapeDedupEqualsTheLinearScanIncludingEarlierOutput)
             std::vector<CKivSeg3d> refOut = pre, fastOut = pre;
             RefMapLineSeg(mesh, line[0], line[1], refOut);
             qi.GetMapLineSeg(line[0], line[1], fastOut);
-            ASSERT_EQ(fastOut.size(), refOut.size());
-            for (std::size_t i = 0; i < refOut.size(); ++i) {
-                ASSERT_EQ(fastOut[i].m_pt[0].x, refOut[i].m_pt[0].x);
-                ASSERT_EQ(fastOut[i].m_pt[1].z, refOut[i].m_pt[1].z);
-            }
+            ASSERT_TRUE(SameSegs(fastOut, refOut));
         }
     }
 }
