@@ -686,69 +686,40 @@ TEST(Delaunay, MergesPointsWithinOneHundredth)
 
 TEST(Delaunay, SmallInputs)
 {
-    {
-        // Clockwise input gives one counter-clockwise triangle.
-        CKivMeshData mesh;
-        CKivDelaunay d(mesh);
-        d.AddVertex(CKivPoint3d(0.0, 0.0, 0.0));
-        d.AddVertex(CKivPoint3d(0.0, 1.0, 0.0));
-        d.AddVertex(CKivPoint3d(1.0, 0.0, 0.0));
-        ASSERT_TRUE(d.Delaunay());
-        ASSERT_EQ(mesh.TriNum(), 1u);
-        CKivPoint3d a, b, c;
-        mesh.GetTriPts(0, a, b, c);
-        EXPECT_EQ(ExactOrient2D(a.x, a.y, b.x, b.y, c.x, c.y), 1);
-        EXPECT_EQ(a.x, 1.0); // (p2, p1, p0)
-    }
-    {
-        CKivMeshData mesh;
-        CKivDelaunay d(mesh);
-        for (int i = 0; i < 3; ++i) {
-            d.AddVertex(CKivPoint3d(i, 2.0 * i, 0.0));
-        }
-        EXPECT_FALSE(d.Delaunay());
-        EXPECT_EQ(mesh.TriNum(), 0u);
-    }
-    {
-        // Two vertices: false, and the existing triangle stays.
-        CKivMeshData mesh;
-        std::vector<CKivTri3d> soup{
-            CKivTri3d(CKivPoint3d(0.0, 0.0, 0.0), CKivPoint3d(0.0, 0.0, 0.0), CKivPoint3d(1.0, 0.0, 0.0))};
-        mesh.InputData(soup, true);
-        CKivDelaunay d(mesh);
-        EXPECT_FALSE(d.Delaunay());
-        EXPECT_EQ(mesh.TriNum(), 1u);
-    }
-    {
-        // The square: two triangles, seven vertices.
-        CKivMeshData mesh;
-        CKivDelaunay d(mesh);
-        for (auto p : {CKivPoint3d(-1.0, -1.0, 0.0), CKivPoint3d(1.0, -1.0, 0.0), CKivPoint3d(1.0, 1.0, 0.0),
-                       CKivPoint3d(-1.0, 1.0, 0.0)}) {
-            d.AddVertex(p);
-        }
-        ASSERT_TRUE(d.Delaunay());
-        EXPECT_EQ(mesh.TriNum(), 2u);
-        Pts out;
-        mesh.OutputPoints(out);
-        EXPECT_EQ(out.size(), 7u);
-        const CCheck c = CheckValid(out, Triples(mesh));
-        EXPECT_TRUE(c.ok) << c.why;
-        EXPECT_NEAR(c.area, 4.0, 1e-12);
-    }
-    {
-        // Cocircular: the fourth point on the circle of the first three.
-        CKivMeshData mesh;
-        CKivDelaunay d(mesh);
-        for (auto p : {CKivPoint3d(1.0, 0.0, 0.0), CKivPoint3d(0.0, 1.0, 0.0), CKivPoint3d(-1.0, 0.0, 0.0),
-                       CKivPoint3d(0.0, -1.0, 0.0), CKivPoint3d(0.6, 0.8, 0)}) {
-            d.AddVertex(p);
-        }
-        ASSERT_TRUE(d.Delaunay());
-        const CCheck c = CheckValid(Positions(mesh), Triples(mesh));
-        EXPECT_TRUE(c.ok) << c.why;
-        EXPECT_EQ(mesh.TriNum(), 3u);
-    }
+    // Clockwise input gives one counter-clockwise triangle, (p2, p1, p0).
+    CRun cw;
+    Triangulate(cw, {CKivPoint3d(0.0, 0.0, 0.0), CKivPoint3d(0.0, 1.0, 0.0), CKivPoint3d(1.0, 0.0, 0.0)});
+    ASSERT_TRUE(cw.ok);
+    EXPECT_EQ(Triples(cw.mesh), (std::vector<Triple>{{2, 1, 0}}));
+    // Three collinear points: false and nothing.
+    CRun line;
+    Triangulate(line, {CKivPoint3d(0.0, 0.0, 0.0), CKivPoint3d(1.0, 2.0, 0.0), CKivPoint3d(2.0, 4.0, 0.0)});
+    EXPECT_FALSE(line.ok);
+    EXPECT_EQ(line.mesh.TriNum(), 0u);
+    // The square: two triangles, seven vertices (the bounding ones stay).
+    CRun square;
+    Triangulate(square, {CKivPoint3d(-1.0, -1.0, 0.0), CKivPoint3d(1.0, -1.0, 0.0), CKivPoint3d(1.0, 1.0, 0.0),
+                         CKivPoint3d(-1.0, 1.0, 0.0)});
+    ASSERT_TRUE(square.ok);
+    EXPECT_EQ(square.mesh.TriNum(), 2u);
+    EXPECT_EQ(Positions(square.mesh).size(), 7u);
+    const CCheck c = CheckValid(Positions(square.mesh), Triples(square.mesh));
+    EXPECT_TRUE(c.ok) << c.why;
+    EXPECT_NEAR(c.area, 4.0, 1e-12);
+    // Cocircular: the fifth point on the circle of the first four.
+    CRun round;
+    Triangulate(round, {CKivPoint3d(1.0, 0.0, 0.0), CKivPoint3d(0.0, 1.0, 0.0), CKivPoint3d(-1.0, 0.0, 0.0),
+                        CKivPoint3d(0.0, -1.0, 0.0), CKivPoint3d(0.6, 0.8, 0)});
+    ASSERT_TRUE(round.ok);
+    EXPECT_TRUE(CheckValid(Positions(round.mesh), Triples(round.mesh)).ok);
+    EXPECT_EQ(round.mesh.TriNum(), 3u);
+    // Two vertices: false, and the existing triangle stays.
+    CKivMeshData mesh;
+    mesh.InputData({CKivTri3d(CKivPoint3d(0.0, 0.0, 0.0), CKivPoint3d(0.0, 0.0, 0.0), CKivPoint3d(1.0, 0.0, 0.0))},
+                   true);
+    CKivDelaunay d(mesh);
+    EXPECT_FALSE(d.Delaunay());
+    EXPECT_EQ(mesh.TriNum(), 1u);
 }
 
 TEST(Delaunay, MapCoordinatesMatchTheOrigin)
