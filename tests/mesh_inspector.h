@@ -54,6 +54,8 @@ public:
         }
     }
     void DropPlanIndex() { m_m.DropPlanIndex(); }
+    // Queries go through a fresh plan grid (true) or the octree alone.
+    void UsePlanIndex(bool grid) { grid ? BuildPlanIndex() : DropPlanIndex(); }
 
 private:
     CKivMeshData& m_m;

@@ -364,11 +364,7 @@ TEST(MeshQueryRef, SegmentSearchEqualsOneQueryPerPiece)
         std::sort(want.begin(), want.end());
         want.erase(std::unique(want.begin(), want.end()), want.end());
         for (const bool grid : {false, true}) {
-            if (grid) {
-                ins.BuildPlanIndex();
-            } else {
-                ins.DropPlanIndex();
-            }
+            ins.UsePlanIndex(grid);
             std::vector<_sTri*> got;
             qi.FindTriBySeg(a, b, got);
             ASSERT_EQ(got, want) << it << " " << grid;
@@ -450,11 +446,7 @@ TEST(MeshQueryRef, TriangulatedSurfaces)
             RefMapLineSeg(mesh, line[1], line[2], want);
             ASSERT_GT(want.size(), 50u);
             for (const bool grid : {false, true}) {
-                if (grid) {
-                    ins.BuildPlanIndex();
-                } else {
-                    ins.DropPlanIndex();
-                }
+                ins.UsePlanIndex(grid);
                 std::vector<CKivSeg3d> got;
                 ASSERT_TRUE(q.GetMapPolyline(line, false, got));
                 ASSERT_TRUE(SameSegs(got, want)) << grid;
@@ -539,11 +531,7 @@ TEST(MeshQueryRef, DrapeDedupEqualsTheLinearScanIncludingEarlierOutput)
             }
             // On the octree alone, and through the plan grid.
             for (const bool grid : {false, true}) {
-                if (grid) {
-                    ins.BuildPlanIndex();
-                } else {
-                    ins.DropPlanIndex();
-                }
+                ins.UsePlanIndex(grid);
                 std::vector<CKivSeg3d> got;
                 ASSERT_TRUE(q.GetMapPolyline(line, closed, got));
                 ASSERT_TRUE(SameSegs(got, want)) << grid;
