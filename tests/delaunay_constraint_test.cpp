@@ -5,7 +5,9 @@
 #include <kivgeo/delaunay.h>
 #include <kivgeo/planar.h>
 
+#include "mesh_inspector.h"
 #include "spacemath/exact_orient.h"
+#include "tin_check.h"
 #include "trimesh/ring_index.h"
 
 #include <gtest/gtest.h>
@@ -21,13 +23,6 @@
 
 namespace TriMesh {
 // Private access for the argument checks and the side-polygon fill.
-class CKivMeshDataInspector {
-public:
-    static std::vector<_sVertex*>& Verts(CKivMeshData& m) { return m.m_vecVertex; }
-    static std::vector<_sTri*>& Tris(CKivMeshData& m) { return m.m_vecTri; }
-    static void AddTri(CKivMeshData& m, _sVertex* a, _sVertex* b, _sVertex* c) { m.AddTri(a, b, c); }
-    static void Compact(CKivMeshData& m) { m.CompactTris(); }
-};
 class CKivDelaunayInspector {
 public:
     static std::size_t SegCount(const CKivDelaunay& d) { return d.m_vecSegYS.size(); }
@@ -104,53 +99,6 @@ double Area2(const CKivTri3d& t)
 {
     const CKivPoint3d &a = t.m_pt[0], &b = t.m_pt[1], &c = t.m_pt[2];
     return (b.x - a.x) * (c.y - a.y) - (b.y - a.y) * (c.x - a.x);
-}
-
-// Every triangle strictly counter-clockwise and no two with overlapping
-// interiors (exact: two triangles are apart when some edge of one has all
-// corners of the other on or beyond it).
-::testing::AssertionResult IsValid(const std::vector<CKivTri3d>& tris)
-{
-    for (std::size_t i = 0; i < tris.size(); ++i) {
-        if (Orient(tris[i].m_pt[0], tris[i].m_pt[1], tris[i].m_pt[2]) <= 0) {
-            return ::testing::AssertionFailure() << "triangle " << i << " is not counter-clockwise";
-        }
-    }
-    struct SBox {
-        double x0, x1, y0, y1;
-        std::size_t i;
-    };
-    std::vector<SBox> boxes;
-    for (std::size_t i = 0; i < tris.size(); ++i) {
-        const CKivPoint3d* p = tris[i].m_pt;
-        boxes.push_back({std::min({p[0].x, p[1].x, p[2].x}), std::max({p[0].x, p[1].x, p[2].x}),
-                         std::min({p[0].y, p[1].y, p[2].y}), std::max({p[0].y, p[1].y, p[2].y}), i});
-    }
-    std::sort(boxes.begin(), boxes.end(), [](const SBox& a, const SBox& b) { return a.x0 < b.x0; });
-    const auto apart = [](const CKivTri3d& s, const CKivTri3d& t) {
-        for (int k = 0; k < 3; ++k) {
-            const CKivPoint3d& a = s.m_pt[k];
-            const CKivPoint3d& b = s.m_pt[(k + 1) % 3];
-            if (Orient(a, b, t.m_pt[0]) <= 0 && Orient(a, b, t.m_pt[1]) <= 0 && Orient(a, b, t.m_pt[2]) <= 0) {
-                return true;
-            }
-        }
-        return false;
-    };
-    for (std::size_t i = 0; i < boxes.size(); ++i) {
-        for (std::size_t j = i + 1; j < boxes.size() && boxes[j].x0 <= boxes[i].x1; ++j) {
-            if (boxes[j].y0 > boxes[i].y1 || boxes[j].y1 < boxes[i].y0) {
-                continue;
-            }
-            const CKivTri3d& s = tris[boxes[i].i];
-            const CKivTri3d& t = tris[boxes[j].i];
-            if (!apart(s, t) && !apart(t, s)) {
-                return ::testing::AssertionFailure()
-                       << "triangles " << boxes[i].i << " and " << boxes[j].i << " overlap";
-            }
-        }
-    }
-    return ::testing::AssertionSuccess();
 }
 
 using Key = std::pair<double, double>;
@@ -355,13 +303,13 @@ TEST(DelaunayConstraint, ArgumentChecksAndSegmentCounts)
     EXPECT_EQ(CKivDelaunayInspector::SegCount(tin), 0u);
     EXPECT_EQ(CKivDelaunayInspector::HoleCount(tin), 0u);
     EXPECT_EQ(CKivDelaunayInspector::OutlineSize(tin), 0u);
-    EXPECT_EQ(CKivMeshDataInspector::Verts(mesh).size(), 0u);
+    EXPECT_EQ(CKivMeshDataInspector(mesh).Verts().size(), 0u);
 
     EXPECT_TRUE(tin.AddSegYS(four, false));
     EXPECT_EQ(CKivDelaunayInspector::SegCount(tin), 3u);
     EXPECT_TRUE(tin.AddSegYS(four, true));
     EXPECT_EQ(CKivDelaunayInspector::SegCount(tin), 7u);
-    EXPECT_EQ(CKivMeshDataInspector::Verts(mesh).size(), 4u); // merged with the first line's points
+    EXPECT_EQ(CKivMeshDataInspector(mesh).Verts().size(), 4u); // merged with the first line's points
     EXPECT_TRUE(tin.AddHoleLine(four));
     EXPECT_EQ(CKivDelaunayInspector::SegCount(tin), 11u);
     EXPECT_EQ(CKivDelaunayInspector::HoleCount(tin), 1u);
@@ -381,7 +329,7 @@ TEST(DelaunayConstraint, ThreeVertexSidePolygonIsOneCounterClockwiseTriangle)
     tin.AddVertex(P(0, 0, 0));
     tin.AddVertex(P(0, 1, 0));
     tin.AddVertex(P(1, 0, 0));
-    std::vector<_sVertex*> ring = CKivMeshDataInspector::Verts(mesh); // clockwise
+    std::vector<_sVertex*> ring = CKivMeshDataInspector(mesh).Verts(); // clockwise
     ASSERT_TRUE(CKivDelaunayInspector::TriPoly(tin, ring));
     std::vector<CKivTri3d> out;
     mesh.OutputData(out);
@@ -390,8 +338,8 @@ TEST(DelaunayConstraint, ThreeVertexSidePolygonIsOneCounterClockwiseTriangle)
     // Collinear: refused, nothing added.
     tin.AddVertex(P(2, 0, 0));
     tin.AddVertex(P(3, 0, 0));
-    std::vector<_sVertex*> line = {CKivMeshDataInspector::Verts(mesh)[2], CKivMeshDataInspector::Verts(mesh)[3],
-                                   CKivMeshDataInspector::Verts(mesh)[4]};
+    std::vector<_sVertex*> line = {CKivMeshDataInspector(mesh).Verts()[2], CKivMeshDataInspector(mesh).Verts()[3],
+                                   CKivMeshDataInspector(mesh).Verts()[4]};
     EXPECT_FALSE(CKivDelaunayInspector::TriPoly(tin, line));
     EXPECT_EQ(mesh.TriNum(), 1u);
 }
@@ -425,7 +373,7 @@ TEST(DelaunayConstraint, SegmentThroughAVertexIsForcedInTwoPieces)
                  P(3, 6.5, 0), P(6.5, 3, 0), P(2, 3.5, 0), P(8, 6.5, 0), P(1, 8, 0)};
     in.lines.push_back({P(0, 0, 0), P(10, 10, 0)});
     const std::vector<CKivTri3d> out = RunTin(in);
-    EXPECT_TRUE(IsValid(out));
+    EXPECT_EQ(tincheck::CheckTin(out), "");
     std::set<std::pair<Key, Key>> edges;
     for (const CKivTri3d& t : out) {
         for (int k = 0; k < 3; ++k) {
@@ -451,24 +399,24 @@ TEST(DelaunayConstraint, WalkMeetingAVertexTwiceKeepsTheMeshValid)
     for (const CKivPoint3d& p : pts) {
         tin.AddVertex(p);
     }
-    std::vector<_sVertex*>& v = CKivMeshDataInspector::Verts(mesh);
+    std::vector<_sVertex*>& v = CKivMeshDataInspector(mesh).Verts();
     _sVertex *a = v[0], *r1 = v[1], *r2 = v[2], *b = v[3], *l0 = v[4], *x = v[5], *y = v[6];
     const _sVertex* tris[][3] = {{a, r1, l0}, {r1, x, l0}, {r1, r2, x}, {x, r2, y},
                                  {r2, l0, y}, {r2, b, l0}, {l0, x, y}};
     for (const auto& t : tris) {
-        CKivMeshDataInspector::AddTri(mesh, const_cast<_sVertex*>(t[0]), const_cast<_sVertex*>(t[1]),
-                                      const_cast<_sVertex*>(t[2]));
+        CKivMeshDataInspector(mesh).AddTri(const_cast<_sVertex*>(t[0]), const_cast<_sVertex*>(t[1]),
+                                           const_cast<_sVertex*>(t[2]));
     }
     std::vector<CKivTri3d> before, after;
     mesh.OutputData(before);
-    ASSERT_TRUE(IsValid(before));
+    ASSERT_EQ(tincheck::CheckTin(before), "");
     TriMesh::_sSeg seg;
     seg.pVt[0] = a;
     seg.pVt[1] = b;
     CKivDelaunayInspector::DealSegYS(tin, &seg);
-    CKivMeshDataInspector::Compact(mesh);
+    CKivMeshDataInspector(mesh).CompactTris();
     mesh.OutputData(after);
-    EXPECT_TRUE(IsValid(after));
+    EXPECT_EQ(tincheck::CheckTin(after), "");
     EXPECT_NEAR(SumArea2(after), SumArea2(before), 1e-12);
     // The side is filled from its edges (the ear clipper cannot): the same
     // region, as many triangles, and the segment is an edge.
@@ -507,7 +455,7 @@ TEST(DelaunayConstraint, RandomConstraintsArePresentAndValidAtEveryScale)
             bool ok = false;
             const std::vector<CKivTri3d> out = RunTin(run, &ok);
             ASSERT_TRUE(ok);
-            ASSERT_TRUE(IsValid(out)) << "trial " << trial << " scale " << s;
+            ASSERT_EQ(tincheck::CheckTin(out), "") << "trial " << trial << " scale " << s;
             for (const Pts& l : run.lines) {
                 EXPECT_TRUE(HasConstraint(out, l[0], l[1])) << "trial " << trial << " scale " << s;
             }
@@ -537,7 +485,7 @@ TEST(DelaunayConstraint, WavyLinesThroughDenseDataAreAllPresent)
     for (const bool cover : {false, true}) {
         in.cover = cover;
         const std::vector<CKivTri3d> out = RunTin(in);
-        ASSERT_TRUE(IsValid(out));
+        ASSERT_EQ(tincheck::CheckTin(out), "");
         const Neighbours nb = EdgeMap(out);
         for (const Pts& l : in.lines) {
             for (std::size_t j = 1; j < l.size(); ++j) {
@@ -562,7 +510,7 @@ TEST(DelaunayConstraint, HolesAndOutlineMatchPlainRemoval)
         in.holes.push_back(Regular(150, 150, 10, 6)); // outside the outline and the data
         in.cover = trial % 3 == 0;
         const std::vector<CKivTri3d> out = RunTin(in);
-        ASSERT_TRUE(IsValid(out));
+        ASSERT_EQ(tincheck::CheckTin(out), "");
         for (const CKivTri3d& t : out) {
             const CKivPoint3d c = Centroid(t);
             EXPECT_EQ(IsPtInPolygon(in.outline, c), 1);
@@ -639,7 +587,7 @@ TEST(DelaunayConstraint, HostileConstraintsStayValid)
         const SInput run = Scaled(in, sc[0], sc[1], sc[2]);
         Pts verts;
         const std::vector<CKivTri3d> out = RunTin(run, nullptr, &verts);
-        EXPECT_TRUE(IsValid(out)) << "trial " << trial;
+        EXPECT_EQ(tincheck::CheckTin(out), "") << "trial " << trial;
         if (run.cover && run.holes.empty() && run.outline.empty()) {
             // Walks that lose their way leave gaps; the cover fills every
             // one, so the plan areas still add up to the hull's (of the
@@ -675,7 +623,7 @@ TEST(DelaunayConstraint, TightSpacingStaysValid)
         in.cover = trial % 2 == 0;
         for (double s : {1.0, 1e-3 / 0.03 * 0.7}) {
             const std::vector<CKivTri3d> out = RunTin(Scaled(in, s, 0, 0));
-            EXPECT_TRUE(IsValid(out)) << "trial " << trial << " scale " << s;
+            EXPECT_EQ(tincheck::CheckTin(out), "") << "trial " << trial << " scale " << s;
         }
     }
 }
@@ -699,7 +647,7 @@ TEST(DelaunayConstraint, CoverHullAddsDelaunayTrianglesOnly)
         const std::vector<CKivTri3d> legacy = RunTin(in);
         in.cover = true;
         const std::vector<CKivTri3d> full = RunTin(in);
-        ASSERT_TRUE(IsValid(full));
+        ASSERT_EQ(tincheck::CheckTin(full), "");
         std::set<std::vector<Key>> all;
         for (const CKivTri3d& t : full) {
             all.insert({K(t.m_pt[0]), K(t.m_pt[1]), K(t.m_pt[2])});
@@ -750,7 +698,7 @@ TEST(DelaunayConstraint, SecondRunKeepsConstraintsAndHoles)
     mesh.OutputData(first);
     ASSERT_TRUE(tin.Delaunay());
     mesh.OutputData(second);
-    EXPECT_TRUE(IsValid(second));
+    EXPECT_EQ(tincheck::CheckTin(second), "");
     // The same triangles again (the first run's bounding vertices take no
     // part), constraints away from the hole present in both.
     const auto keys = [](const std::vector<CKivTri3d>& tris) {

@@ -1,7 +1,9 @@
 #include <kivgeo/delaunay.h>
 
+#include "mesh_inspector.h"
 #include "spacemath/exact_orient.h"
 #include "spacemath/planar_internal.h"
+#include "tin_check.h"
 
 #include <gtest/gtest.h>
 
@@ -16,26 +18,7 @@
 
 namespace TriMesh {
 
-// The test suite's access to the store's private members.
-class CKivMeshDataInspector {
-public:
-    explicit CKivMeshDataInspector(CKivMeshData& m) : m_m(m) {}
-    std::vector<_sVertex*>& Verts() { return m_m.m_vecVertex; }
-    std::vector<_sTri*>& Tris() { return m_m.m_vecTri; }
-    void AddTri(_sVertex* a, _sVertex* b, _sVertex* c) { m_m.AddTri(a, b, c); }
-    void DelTri(_sTri* t) { m_m.DelTri(t); }
-    void CompactTris() { m_m.CompactTris(); }
-    void ClearTriData() { m_m.ClearTriData(); }
-    _sTri* FindTriCoEdge(const _sVertex* a, const _sVertex* b, const _sTri* ex)
-    {
-        return m_m.FindTriCoEdge(a, b, ex);
-    }
-
-private:
-    CKivMeshData& m_m;
-};
-
-// ... and to the triangulator's.
+// The test suite's access to the triangulator's private members.
 class CKivDelaunayInspector {
 public:
     explicit CKivDelaunayInspector(CKivDelaunay& d) : m_d(d) {}
@@ -281,84 +264,19 @@ struct CCheck {
     bool ok = true;
     std::string why;
     double area = 0; // sum of the plan areas
-
-    void Fail(const std::string& s)
-    {
-        if (ok) {
-            why = s;
-        }
-        ok = false;
-    }
 };
 
-// Every triangle strictly counter-clockwise (exact); no directed edge twice;
-// around every vertex the corner angles add up to one turn at most, and to
-// exactly one where the vertex is surrounded (no folds). With these, a
-// triangulation covers each point of its union once. As a second, direct
-// look: no fat triangle's centroid lies strictly inside another triangle
-// (slivers are left out: their computed centroid may fall off them).
+// A valid triangulation of the points it uses (see tin_check.h), and its area.
 CCheck CheckValid(const std::vector<CKivPoint3d>& pos, const std::vector<Triple>& tris)
 {
+    std::vector<CKivTri3d> t;
     CCheck r;
-    std::map<std::pair<int, int>, int> dir;
-    struct Box {
-        double x0, y0, x1, y1;
-    };
-    std::vector<Box> box;
-    std::vector<double> turn(pos.size(), 0.0);
-    for (const Triple& t : tris) {
-        const CKivPoint3d &a = pos[t[0]], &b = pos[t[1]], &c = pos[t[2]];
-        if (ExactOrient2D(a.x, a.y, b.x, b.y, c.x, c.y) <= 0) {
-            r.Fail("triangle not strictly counter-clockwise");
-        }
-        for (int k = 0; k < 3; ++k) {
-            if (++dir[{t[k], t[(k + 1) % 3]}] > 1) {
-                r.Fail("directed edge used twice");
-            }
-            const CKivPoint3d &p = pos[t[k]], &q = pos[t[(k + 1) % 3]], &s = pos[t[(k + 2) % 3]];
-            const double ux = q.x - p.x, uy = q.y - p.y, vx = s.x - p.x, vy = s.y - p.y;
-            // The triangle is counter-clockwise (checked exactly): the angle is
-            // in [0, pi] whatever the rounding of the cross product.
-            turn[static_cast<std::size_t>(t[k])] += std::atan2(std::fabs(ux * vy - uy * vx), ux * vx + uy * vy);
-        }
-        r.area += 0.5 * ((b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y));
-        box.push_back({std::min({a.x, b.x, c.x}), std::min({a.y, b.y, c.y}), std::max({a.x, b.x, c.x}),
-                       std::max({a.y, b.y, c.y})});
+    for (const Triple& x : tris) {
+        t.emplace_back(pos[x[0]], pos[x[1]], pos[x[2]]);
+        r.area += 0.5 * tincheck::Orient(t.back().m_pt[0], t.back().m_pt[1], t.back().m_pt[2]);
     }
-    std::vector<char> open(pos.size(), 0);
-    for (const auto& e : dir) {
-        if (!dir.count({e.first.second, e.first.first})) {
-            open[static_cast<std::size_t>(e.first.first)] = open[static_cast<std::size_t>(e.first.second)] = 1;
-        }
-    }
-    const double full = 2 * 3.141592653589793;
-    for (std::size_t i = 0; i < pos.size(); ++i) {
-        if (turn[i] > full + 1e-6 || (!open[i] && turn[i] > 0 && turn[i] < full - 1e-6)) {
-            r.Fail("corner angles around vertex " + std::to_string(i) + " add up to " + std::to_string(turn[i]));
-        }
-    }
-    for (std::size_t i = 0; i < tris.size() && r.ok; ++i) {
-        const CKivPoint3d &a = pos[tris[i][0]], &b = pos[tris[i][1]], &c = pos[tris[i][2]];
-        const double area2 = (b.x - a.x) * (c.y - a.y) - (c.x - a.x) * (b.y - a.y);
-        const double longest = std::max({(b.x - a.x) * (b.x - a.x) + (b.y - a.y) * (b.y - a.y),
-                                         (c.x - b.x) * (c.x - b.x) + (c.y - b.y) * (c.y - b.y),
-                                         (a.x - c.x) * (a.x - c.x) + (a.y - c.y) * (a.y - c.y)});
-        if (area2 < 1e-3 * longest) {
-            continue;
-        }
-        const double gx = (a.x + b.x + c.x) / 3, gy = (a.y + b.y + c.y) / 3;
-        for (std::size_t j = 0; j < tris.size(); ++j) {
-            if (j == i || gx < box[j].x0 || gx > box[j].x1 || gy < box[j].y0 || gy > box[j].y1) {
-                continue;
-            }
-            const CKivPoint3d &p = pos[tris[j][0]], &q = pos[tris[j][1]], &s = pos[tris[j][2]];
-            if (ExactOrient2D(p.x, p.y, q.x, q.y, gx, gy) > 0 && ExactOrient2D(q.x, q.y, s.x, s.y, gx, gy) > 0 &&
-                ExactOrient2D(s.x, s.y, p.x, p.y, gx, gy) > 0) {
-                r.Fail("two triangles overlap");
-                break;
-            }
-        }
-    }
+    r.why = tincheck::CheckTin(t);
+    r.ok = r.why.empty();
     return r;
 }
 
@@ -747,20 +665,6 @@ TEST(Delaunay, PropertiesOnManyInputs)
             }
             EXPECT_EQ(CountCircleViolations(pos, tris, used), 0) << round;
         }
-        // Every edge has one or two triangles, and the counts agree:
-        // 2E = 3T + B for B edges on the boundary.
-        std::map<std::pair<int, int>, int> und;
-        for (const Triple& t : tris) {
-            for (int k = 0; k < 3; ++k) {
-                ++und[{std::min(t[k], t[(k + 1) % 3]), std::max(t[k], t[(k + 1) % 3])}];
-            }
-        }
-        std::size_t boundary = 0;
-        for (const auto& e : und) {
-            EXPECT_LE(e.second, 2);
-            boundary += e.second == 1;
-        }
-        EXPECT_EQ(2 * und.size(), 3 * tris.size() + boundary);
     }
 }
 
@@ -782,69 +686,40 @@ TEST(Delaunay, MergesPointsWithinOneHundredth)
 
 TEST(Delaunay, SmallInputs)
 {
-    {
-        // Clockwise input gives one counter-clockwise triangle.
-        CKivMeshData mesh;
-        CKivDelaunay d(mesh);
-        d.AddVertex(CKivPoint3d(0.0, 0.0, 0.0));
-        d.AddVertex(CKivPoint3d(0.0, 1.0, 0.0));
-        d.AddVertex(CKivPoint3d(1.0, 0.0, 0.0));
-        ASSERT_TRUE(d.Delaunay());
-        ASSERT_EQ(mesh.TriNum(), 1u);
-        CKivPoint3d a, b, c;
-        mesh.GetTriPts(0, a, b, c);
-        EXPECT_EQ(ExactOrient2D(a.x, a.y, b.x, b.y, c.x, c.y), 1);
-        EXPECT_EQ(a.x, 1.0); // (p2, p1, p0)
-    }
-    {
-        CKivMeshData mesh;
-        CKivDelaunay d(mesh);
-        for (int i = 0; i < 3; ++i) {
-            d.AddVertex(CKivPoint3d(i, 2.0 * i, 0.0));
-        }
-        EXPECT_FALSE(d.Delaunay());
-        EXPECT_EQ(mesh.TriNum(), 0u);
-    }
-    {
-        // Two vertices: false, and the existing triangle stays.
-        CKivMeshData mesh;
-        std::vector<CKivTri3d> soup{
-            CKivTri3d(CKivPoint3d(0.0, 0.0, 0.0), CKivPoint3d(0.0, 0.0, 0.0), CKivPoint3d(1.0, 0.0, 0.0))};
-        mesh.InputData(soup, true);
-        CKivDelaunay d(mesh);
-        EXPECT_FALSE(d.Delaunay());
-        EXPECT_EQ(mesh.TriNum(), 1u);
-    }
-    {
-        // The square: two triangles, seven vertices.
-        CKivMeshData mesh;
-        CKivDelaunay d(mesh);
-        for (auto p : {CKivPoint3d(-1.0, -1.0, 0.0), CKivPoint3d(1.0, -1.0, 0.0), CKivPoint3d(1.0, 1.0, 0.0),
-                       CKivPoint3d(-1.0, 1.0, 0.0)}) {
-            d.AddVertex(p);
-        }
-        ASSERT_TRUE(d.Delaunay());
-        EXPECT_EQ(mesh.TriNum(), 2u);
-        Pts out;
-        mesh.OutputPoints(out);
-        EXPECT_EQ(out.size(), 7u);
-        const CCheck c = CheckValid(out, Triples(mesh));
-        EXPECT_TRUE(c.ok) << c.why;
-        EXPECT_NEAR(c.area, 4.0, 1e-12);
-    }
-    {
-        // Cocircular: the fourth point on the circle of the first three.
-        CKivMeshData mesh;
-        CKivDelaunay d(mesh);
-        for (auto p : {CKivPoint3d(1.0, 0.0, 0.0), CKivPoint3d(0.0, 1.0, 0.0), CKivPoint3d(-1.0, 0.0, 0.0),
-                       CKivPoint3d(0.0, -1.0, 0.0), CKivPoint3d(0.6, 0.8, 0)}) {
-            d.AddVertex(p);
-        }
-        ASSERT_TRUE(d.Delaunay());
-        const CCheck c = CheckValid(Positions(mesh), Triples(mesh));
-        EXPECT_TRUE(c.ok) << c.why;
-        EXPECT_EQ(mesh.TriNum(), 3u);
-    }
+    // Clockwise input gives one counter-clockwise triangle, (p2, p1, p0).
+    CRun cw;
+    Triangulate(cw, {CKivPoint3d(0.0, 0.0, 0.0), CKivPoint3d(0.0, 1.0, 0.0), CKivPoint3d(1.0, 0.0, 0.0)});
+    ASSERT_TRUE(cw.ok);
+    EXPECT_EQ(Triples(cw.mesh), (std::vector<Triple>{{2, 1, 0}}));
+    // Three collinear points: false and nothing.
+    CRun line;
+    Triangulate(line, {CKivPoint3d(0.0, 0.0, 0.0), CKivPoint3d(1.0, 2.0, 0.0), CKivPoint3d(2.0, 4.0, 0.0)});
+    EXPECT_FALSE(line.ok);
+    EXPECT_EQ(line.mesh.TriNum(), 0u);
+    // The square: two triangles, seven vertices (the bounding ones stay).
+    CRun square;
+    Triangulate(square, {CKivPoint3d(-1.0, -1.0, 0.0), CKivPoint3d(1.0, -1.0, 0.0), CKivPoint3d(1.0, 1.0, 0.0),
+                         CKivPoint3d(-1.0, 1.0, 0.0)});
+    ASSERT_TRUE(square.ok);
+    EXPECT_EQ(square.mesh.TriNum(), 2u);
+    EXPECT_EQ(Positions(square.mesh).size(), 7u);
+    const CCheck c = CheckValid(Positions(square.mesh), Triples(square.mesh));
+    EXPECT_TRUE(c.ok) << c.why;
+    EXPECT_NEAR(c.area, 4.0, 1e-12);
+    // Cocircular: the fifth point on the circle of the first four.
+    CRun round;
+    Triangulate(round, {CKivPoint3d(1.0, 0.0, 0.0), CKivPoint3d(0.0, 1.0, 0.0), CKivPoint3d(-1.0, 0.0, 0.0),
+                        CKivPoint3d(0.0, -1.0, 0.0), CKivPoint3d(0.6, 0.8, 0)});
+    ASSERT_TRUE(round.ok);
+    EXPECT_TRUE(CheckValid(Positions(round.mesh), Triples(round.mesh)).ok);
+    EXPECT_EQ(round.mesh.TriNum(), 3u);
+    // Two vertices: false, and the existing triangle stays.
+    CKivMeshData mesh;
+    mesh.InputData({CKivTri3d(CKivPoint3d(0.0, 0.0, 0.0), CKivPoint3d(0.0, 0.0, 0.0), CKivPoint3d(1.0, 0.0, 0.0))},
+                   true);
+    CKivDelaunay d(mesh);
+    EXPECT_FALSE(d.Delaunay());
+    EXPECT_EQ(mesh.TriNum(), 1u);
 }
 
 TEST(Delaunay, MapCoordinatesMatchTheOrigin)

@@ -1,10 +1,8 @@
-// Hostile input for the TIN builder and the queries on its result: huge runs
-// of identical or collinear points, duplicated grids, extreme coordinate
-// scales, NaN and infinite coordinates among real data, crossing and
-// self-crossing constraint lines, holes outside the outline and a clockwise
-// outline. Each case must finish (the time bound is generous and only there
-// to catch hangs), leave a valid triangulation (strictly counter-clockwise,
-// no overlap) and a mesh on which every query still answers.
+// Hostile input at sizes the fuzz targets never reach: huge runs of
+// identical or collinear points, a grid with every point twice, and clockwise
+// outlines with holes outside or across them. Each case must finish (the time
+// bound is generous and only there to catch hangs), leave a valid
+// triangulation and a mesh on which the queries answer.
 #include "tin_check.h"
 
 #include <kivgeo/delaunay.h>
@@ -63,85 +61,47 @@ double TotalArea(const std::vector<CKivTri3d>& tris)
     return a;
 }
 
-// The mesh is a valid triangulation and every query answers on it: heights
-// at triangle centroids come back, point location finds them, classification
-// gives one of its five codes, the outline closes with one vertex per
-// boundary edge, and a line draped across the extent lies within the
-// mesh's heights.
+// The mesh is a valid triangulation and the queries answer on it: heights at
+// triangle centroids come back, point location finds them, and the outline
+// closes with one vertex per boundary edge. (The fuzz targets put every
+// query through odd meshes; here the point is the size of the input.)
 void ExpectUsable(const CKivMeshData& mesh)
 {
     std::vector<CKivTri3d> tris;
     mesh.OutputData(tris);
     const std::string why = tincheck::CheckTin(tris);
     ASSERT_TRUE(why.empty()) << why;
-
     CKivMeshQuery query(mesh);
-    const CKivPoint3d lo = mesh.GetMinLimit(), hi = mesh.GetMaxLimit();
-    double z = -7.0;
-    EXPECT_FALSE(query.GetMapPoint(std::numeric_limits<double>::quiet_NaN(), 0.0, z));
-    EXPECT_EQ(z, -7.0);
-    const int hitNan = query.HitTestPt(P(std::numeric_limits<double>::quiet_NaN(), 1.0, 1.0));
-    EXPECT_TRUE(hitNan >= 0 && hitNan <= 4);
     std::vector<CKivPolyLine> outline;
     query.GetOutline(outline);
     if (tris.empty()) {
-        EXPECT_FALSE(query.GetMapPoint(0.5 * (lo.x + hi.x), 0.5 * (lo.y + hi.y), z));
-        EXPECT_EQ(query.HitTestPt(P(0.0, 0.0, 0.0)), CKivMeshQuery::eHitNone);
         EXPECT_TRUE(outline.empty());
         return;
     }
-
-    double zMin = HUGE_VAL, zMax = -HUGE_VAL;
-    for (const CKivTri3d& t : tris) {
-        for (const CKivPoint3d& p : t.m_pt) {
-            zMin = std::fmin(zMin, p.z), zMax = std::fmax(zMax, p.z);
-        }
-    }
-    const double zTol = 1e-6 * (1.0 + std::fmax(std::fabs(zMin), std::fabs(zMax)));
     const std::size_t step = std::max<std::size_t>(1, tris.size() / 300);
     for (std::size_t i = 0; i < tris.size(); i += step) {
         const CKivTri3d& t = tris[i];
         const CKivPoint3d c((t.m_pt[0].x + t.m_pt[1].x + t.m_pt[2].x) / 3,
                             (t.m_pt[0].y + t.m_pt[1].y + t.m_pt[2].y) / 3,
                             (t.m_pt[0].z + t.m_pt[1].z + t.m_pt[2].z) / 3);
+        double z = 0.0;
         ASSERT_TRUE(query.GetMapPoint(c.x, c.y, z)) << "no height at the centroid of triangle " << i;
-        EXPECT_NEAR(z, c.z, zTol) << "triangle " << i;
+        EXPECT_NEAR(z, c.z, 1e-6 * (1.0 + std::fabs(c.z))) << "triangle " << i;
         CKivTri3d found;
         EXPECT_TRUE(query.FindTriIncludePt(c, found)) << "triangle " << i;
-        // Classification casts a ray across the mesh: a few samples only.
-        if (i % (step * 25) == 0) {
-            const int hit = query.HitTestPt(c);
-            EXPECT_TRUE(hit >= 0 && hit <= 4);
-        }
     }
-
     std::size_t outlineVerts = 0;
     for (const CKivPolyLine& l : outline) {
         EXPECT_TRUE(l.IsClosed());
         outlineVerts += l.NumVerts();
     }
     EXPECT_EQ(outlineVerts, tincheck::BoundaryEdgeCount(tris));
-    CKivPolyLine outer;
-    query.GetOutline(outer);
-    EXPECT_GE(outer.NumVerts(), 3u);
-
-    std::vector<CKivSeg3d> pieces;
-    ASSERT_TRUE(query.GetMapPolyline({lo, hi, P(lo.x, hi.y)}, true, pieces));
-    for (const CKivSeg3d& s : pieces) {
-        for (const CKivPoint3d& p : s.m_pt) {
-            ASSERT_TRUE(std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z));
-            EXPECT_TRUE(p.z >= zMin - zTol && p.z <= zMax + zTol);
-        }
-    }
-    std::vector<CKivPolyLine> draped;
-    query.GetMapPolyline({lo, hi}, false, draped);
 }
 
-// Triangulates points (and optional lines), checks the time bound and the
+// Triangulates points (and optional holes and outline), checks the time bound and the
 // mesh, and returns the triangles.
 struct TinRun {
     std::vector<CKivPoint3d> points;
-    std::vector<std::vector<CKivPoint3d>> lines;
     std::vector<std::vector<CKivPoint3d>> holes;
     std::vector<CKivPoint3d> outline;
     bool coverHull = false;
@@ -154,9 +114,6 @@ struct TinRun {
         tin.SetCoverHull(coverHull);
         for (const CKivPoint3d& p : points) {
             tin.AddVertex(p);
-        }
-        for (const std::vector<CKivPoint3d>& l : lines) {
-            tin.AddSegYS(l, false);
         }
         for (const std::vector<CKivPoint3d>& h : holes) {
             tin.AddHoleLine(h);
@@ -172,18 +129,6 @@ struct TinRun {
         return tris;
     }
 };
-
-std::vector<CKivPoint3d> RandomPoints(std::size_t n, double x0, double y0, double spread, unsigned seed)
-{
-    std::mt19937_64 rng(seed);
-    std::uniform_real_distribution<double> u(0.0, 1.0);
-    std::vector<CKivPoint3d> pts;
-    for (std::size_t i = 0; i < n; ++i) {
-        const double x = u(rng), y = u(rng);
-        pts.push_back(P(x0 + spread * x, y0 + spread * y, std::sin(7 * x) * std::cos(5 * y) * spread * 0.1));
-    }
-    return pts;
-}
 
 std::vector<CKivPoint3d> Grid(int n, double step)
 {
@@ -237,53 +182,6 @@ TEST(HostileInput, GridWithEveryPointDuplicated)
     EXPECT_TRUE(ok);
     EXPECT_EQ(tris.size(), 2u * 149 * 149);
     EXPECT_NEAR(TotalArea(tris), 149.0 * 149.0, 1e-6);
-}
-
-TEST(HostileInput, ExtremeScales)
-{
-    bool ok = false;
-    // Spread over 1e9, and a cluster of 1e3 around (1e9, 1e9).
-    for (const auto& [x0, spread] : {std::pair<double, double>{0.0, 1e9}, {1e9, 1e3}, {-1e9, 1e5}}) {
-        TinRun run;
-        run.coverHull = true;
-        run.points = RandomPoints(3000, x0, x0, spread, 3);
-        const std::vector<CKivTri3d> tris = run.Run(ok);
-        EXPECT_TRUE(ok);
-        EXPECT_GE(tris.size(), 2 * 3000u - 2 - 200) << "spread " << spread;
-    }
-    // Everything within 1e-9 merges into one point: nothing to triangulate.
-    TinRun tiny;
-    tiny.points = RandomPoints(3000, 0.5, 0.5, 1e-9, 4);
-    EXPECT_TRUE(tiny.Run(ok).empty());
-    EXPECT_FALSE(ok);
-    // Points 1e-9 apart near 1e9 also merge; a real triangle elsewhere stays.
-    tiny.points = RandomPoints(100, 1e9, 1e9, 1e-9, 5);
-    tiny.points.push_back(P(0, 0, 0));
-    tiny.points.push_back(P(10, 0, 0));
-    tiny.points.push_back(P(0, 10, 0));
-    EXPECT_FALSE(tiny.Run(ok).empty());
-}
-
-TEST(HostileInput, ConstraintLinesCrossingEachOtherAndThemselves)
-{
-    TinRun run;
-    run.points = Grid(30, 1.0);
-    run.lines = {
-        {P(0.5, 0.5), P(28.5, 28.5)},
-        {P(0.5, 28.5), P(28.5, 0.5)},
-        // A figure eight, a line folding back over itself, a spike.
-        {P(5.2, 5.1), P(15.3, 15.2), P(15.1, 5.3), P(5.4, 15.2), P(5.2, 5.1)},
-        {P(2.5, 20.5), P(25.5, 20.5), P(2.5, 20.5), P(14.0, 20.5)},
-        {P(10.0, 10.0), P(10.0, 10.0), P(10.0, 10.004)},
-        {P(1.3, 3.7), P(27.9, 3.7), P(1.3, 3.7000001)},
-    };
-    for (const bool cover : {false, true}) {
-        run.coverHull = cover;
-        bool ok = false;
-        const std::vector<CKivTri3d> tris = run.Run(ok);
-        EXPECT_TRUE(ok);
-        EXPECT_GT(tris.size(), 29u * 29u);
-    }
 }
 
 std::vector<CKivPoint3d> Square(double x0, double y0, double size, bool clockwise)

@@ -90,46 +90,6 @@ TEST(LinkSeg, ScrambledTriangleGivesOneClosedLine)
     EXPECT_TRUE(SameBits(v[2], c));
 }
 
-TEST(LinkSeg, SeparateChainsAndBranches)
-{
-    // Two chains and, on the first, a branch at (1, 0, 0).
-    const CKivPoint3d p0(0.0, 0.0, 0.0), p1(1.0, 0.0, 0.0), p2(2.0, 0.0, 0.0), p3(1.0, 1.0, 0.0);
-    const CKivPoint3d q0(10.0, 0.0, 0.0), q1(11.0, 0.0, 0.0);
-    std::vector<CKivSeg3d> segs{CKivSeg3d(p1, p2), CKivSeg3d(q1, q0), CKivSeg3d(p1, p3), CKivSeg3d(p0, p1)};
-    std::vector<CKivPolyLine> lines;
-    ASSERT_TRUE(CKivSeg3d::LinkSeg(segs, lines));
-    ASSERT_EQ(lines.size(), 3u);
-    EXPECT_EQ(lines[0].NumVerts(), 3u); // p3, p1, p2: through two branches
-    EXPECT_EQ(lines[1].NumVerts(), 2u);
-    EXPECT_EQ(lines[2].NumVerts(), 2u); // the third branch alone
-    for (const CKivPolyLine& l : lines) {
-        EXPECT_FALSE(l.IsClosed());
-    }
-    CKivPoint3d v;
-    ASSERT_TRUE(lines[0].GetVertex(0, v));
-    EXPECT_TRUE(SameBits(v, p3));
-}
-
-TEST(LinkSeg, SecondPassJoinsNearEndsOnly)
-{
-    const CKivPoint3d a(100.0, 200.0, 5.0), b(101.0, 200.0, 5.0), c(102.0, 201.0, 5.0);
-    for (double gap : {0.00005, 0.0002}) {
-        const CKivPoint3d b2 = b + CKivPoint3d(0.0, gap, 0.0);
-        std::vector<CKivSeg3d> segs{CKivSeg3d(a, b), CKivSeg3d(b2, c)};
-        std::vector<CKivPolyLine> lines;
-        ASSERT_TRUE(CKivSeg3d::LinkSeg(segs, lines));
-        if (gap < 0.0001) {
-            ASSERT_EQ(lines.size(), 1u);
-            std::vector<CKivPoint3d> v;
-            lines[0].OutputData(v);
-            ASSERT_EQ(v.size(), 3u);
-            EXPECT_TRUE(SameBits(v[1], b)); // the chain keeps its own end
-        } else {
-            EXPECT_EQ(lines.size(), 2u);
-        }
-    }
-}
-
 TEST(LinkSeg, TooFewSegmentsAndAppending)
 {
     const CKivPoint3d a(0.0, 0.0, 0.0), b(1.0, 0.0, 0.0), c(1.0, 1.0, 0.0);

@@ -1,5 +1,6 @@
 #include <kivgeo/mesh_data.h>
 
+#include "mesh_inspector.h"
 #include "trimesh/oct_tree.h"
 #include "trimesh/tri_pool.h"
 #include "trimesh/vertex_pool.h"
@@ -16,35 +17,6 @@
 #include <random>
 #include <set>
 #include <vector>
-
-namespace TriMesh {
-// The test suite's access to the store's private members.
-class CKivMeshDataInspector {
-public:
-    explicit CKivMeshDataInspector(CKivMeshData& m) : m_m(m) {}
-    std::vector<_sVertex*>& Verts() { return m_m.m_vecVertex; }
-    std::vector<_sTri*>& Tris() { return m_m.m_vecTri; }
-    CKivOctTree* Tree() { return m_m.m_pOctTree; }
-    _sVertex* NewVertex(const CKivPoint3d& p) { return m_m.NewVertex(p); }
-    void UpdateExtent(const _sVertex& v) { m_m.UpdateExtent(v); }
-    void AddTri(_sVertex* a, _sVertex* b, _sVertex* c) { m_m.AddTri(a, b, c); }
-    void DelTri(_sTri* t) { m_m.DelTri(t); }
-    void DelVoidVet(const _sVertex* v) { m_m.DelVoidVet(v); }
-    void DelTriFromVec(std::vector<_sTri*>& v, const _sTri* t) { m_m.DelTriFromVec(v, t); }
-    void CompactTris() { m_m.CompactTris(); }
-    void ClearTriData() { m_m.ClearTriData(); }
-    void ResetOctTree() { m_m.ResetOctTree(); }
-    void InvalidateVertexIndex() { m_m.InvalidateVertexIndex(); }
-    _sTri* FindTriCoEdge(const _sVertex* a, const _sVertex* b, const _sTri* ex)
-    {
-        return m_m.FindTriCoEdge(a, b, ex);
-    }
-    int IndexDefaultPt(_sTri* t, _sVertex* a, _sVertex* b) { return m_m.IndexDefaultPt(t, a, b); }
-
-private:
-    CKivMeshData& m_m;
-};
-} // namespace TriMesh
 
 using TriMesh::_sTri;
 using TriMesh::_sVertex;

@@ -177,6 +177,23 @@ std::vector<CKivPolyLine> RefLink(const std::vector<Edge>& segs)
     return out;
 }
 
+// The same pieces in the same order, every coordinate bit for bit.
+::testing::AssertionResult SameSegs(const std::vector<CKivSeg3d>& got, const std::vector<CKivSeg3d>& want)
+{
+    if (got.size() != want.size()) {
+        return ::testing::AssertionFailure() << got.size() << " pieces, expected " << want.size();
+    }
+    for (std::size_t i = 0; i < got.size(); ++i) {
+        for (int e = 0; e < 2; ++e) {
+            const CKivPoint3d &g = got[i].m_pt[e], &w = want[i].m_pt[e];
+            if (g.x != w.x || g.y != w.y || g.z != w.z) {
+                return ::testing::AssertionFailure() << "piece " << i << " end " << e << " differs";
+            }
+        }
+    }
+    return ::testing::AssertionSuccess();
+}
+
 // ---- Random surfaces ----
 
 // A jittered grid TIN with random heights at the given scale and offset,
@@ -347,11 +364,7 @@ TEST(MeshQueryRef, SegmentSearchEqualsOneQueryPerPiece)
         std::sort(want.begin(), want.end());
         want.erase(std::unique(want.begin(), want.end()), want.end());
         for (const bool grid : {false, true}) {
-            if (grid) {
-                ins.BuildPlanIndex();
-            } else {
-                ins.DropPlanIndex();
-            }
+            ins.UsePlanIndex(grid);
             std::vector<_sTri*> got;
             qi.FindTriBySeg(a, b, got);
             ASSERT_EQ(got, want) << it << " " << grid;
@@ -433,18 +446,10 @@ TEST(MeshQueryRef, TriangulatedSurfaces)
             RefMapLineSeg(mesh, line[1], line[2], want);
             ASSERT_GT(want.size(), 50u);
             for (const bool grid : {false, true}) {
-                if (grid) {
-                    ins.BuildPlanIndex();
-                } else {
-                    ins.DropPlanIndex();
-                }
+                ins.UsePlanIndex(grid);
                 std::vector<CKivSeg3d> got;
                 ASSERT_TRUE(q.GetMapPolyline(line, false, got));
-                ASSERT_EQ(got.size(), want.size());
-                for (std::size_t i = 0; i < got.size(); ++i) {
-                    ASSERT_EQ(got[i].m_pt[0].x, want[i].m_pt[0].x);
-                    ASSERT_EQ(got[i].m_pt[1].z, want[i].m_pt[1].z);
-                }
+                ASSERT_TRUE(SameSegs(got, want)) << grid;
             }
             std::vector<CKivPolyLine> lines;
             ASSERT_TRUE(q.GetMapPolyline(line, false, lines));
@@ -468,9 +473,9 @@ TEST(MeshQueryRef, PlanGridFollowsMeshEdits)
     }
     ASSERT_NE(ins.PlanIndex(), nullptr);
     // A triangle added above; the grid must not hide it.
-    _sVertex* a = ins.NewVertex(P(2, 2, 5));
-    _sVertex* b = ins.NewVertex(P(4, 2, 5));
-    _sVertex* c = ins.NewVertex(P(2, 4, 5));
+    _sVertex* a = ins.NewCountedVertex(P(2, 2, 5));
+    _sVertex* b = ins.NewCountedVertex(P(4, 2, 5));
+    _sVertex* c = ins.NewCountedVertex(P(2, 4, 5));
     ins.AddTri(a, b, c);
     EXPECT_EQ(ins.PlanIndex(), nullptr);
     ASSERT_TRUE(q.GetMapPoint(2.5, 2.5, z));
@@ -526,21 +531,10 @@ TEST(MeshQueryRef, DrapeDedupEqualsTheLinearScanIncludingEarlierOutput)
             }
             // On the octree alone, and through the plan grid.
             for (const bool grid : {false, true}) {
-                if (grid) {
-                    ins.BuildPlanIndex();
-                } else {
-                    ins.DropPlanIndex();
-                }
+                ins.UsePlanIndex(grid);
                 std::vector<CKivSeg3d> got;
                 ASSERT_TRUE(q.GetMapPolyline(line, closed, got));
-                ASSERT_EQ(got.size(), want.size()) << grid;
-                for (std::size_t i = 0; i < got.size(); ++i) {
-                    for (int e = 0; e < 2; ++e) {
-                        ASSERT_EQ(got[i].m_pt[e].x, want[i].m_pt[e].x) << grid;
-                        ASSERT_EQ(got[i].m_pt[e].y, want[i].m_pt[e].y);
-                        ASSERT_EQ(got[i].m_pt[e].z, want[i].m_pt[e].z);
-                    }
-                }
+                ASSERT_TRUE(SameSegs(got, want)) << grid;
             }
             // One segment into an out that already holds pieces (some of
             // them reversed) and an unrelated segment.
@@ -552,11 +546,7 @@ TEST(MeshQueryRef, DrapeDedupEqualsTheLinearScanIncludingEarlierOutput)
             std::vector<CKivSeg3d> refOut = pre, fastOut = pre;
             RefMapLineSeg(mesh, line[0], line[1], refOut);
             qi.GetMapLineSeg(line[0], line[1], fastOut);
-            ASSERT_EQ(fastOut.size(), refOut.size());
-            for (std::size_t i = 0; i < refOut.size(); ++i) {
-                ASSERT_EQ(fastOut[i].m_pt[0].x, refOut[i].m_pt[0].x);
-                ASSERT_EQ(fastOut[i].m_pt[1].z, refOut[i].m_pt[1].z);
-            }
+            ASSERT_TRUE(SameSegs(fastOut, refOut));
         }
     }
 }

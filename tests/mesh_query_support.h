@@ -6,48 +6,13 @@
 #include <kivgeo/mesh_query.h>
 #include <kivgeo/tri3d.h>
 
-#include "trimesh/oct_tree.h"
-#include "trimesh/plan_index.h"
+#include "mesh_inspector.h"
 
 #include <functional>
 #include <random>
 #include <vector>
 
 namespace TriMesh {
-
-// The store's private members, for building meshes the public interface
-// cannot make (distinct coincident vertices, no octree) and for the plan grid.
-class CKivMeshDataInspector {
-public:
-    explicit CKivMeshDataInspector(CKivMeshData& m) : m_m(m) {}
-    std::vector<_sTri*>& Tris() { return m_m.m_vecTri; }
-    CKivOctTree* Tree() { return m_m.m_pOctTree; }
-    _sVertex* NewVertex(const CKivPoint3d& p)
-    {
-        _sVertex* v = m_m.NewVertex(p);
-        m_m.UpdateExtent(*v);
-        return v;
-    }
-    void AddTri(_sVertex* a, _sVertex* b, _sVertex* c) { m_m.AddTri(a, b, c); }
-    void DelTri(_sTri* t) { m_m.DelTri(t); }
-    void CompactTris() { m_m.CompactTris(); }
-    void ResetOctTree() { m_m.ResetOctTree(); }
-    void InvalidateVertexIndex() { m_m.InvalidateVertexIndex(); }
-    const CKivPlanIndex* PlanIndex() { return m_m.m_pPlanIndex.load(); }
-    // Builds the plan grid now, as the elevation query would after enough
-    // octree searches.
-    void BuildPlanIndex()
-    {
-        m_m.DropPlanIndex();
-        if (m_m.m_pOctTree) {
-            m_m.m_pPlanIndex.store(new CKivPlanIndex(m_m.m_vecTri, *m_m.m_pOctTree));
-        }
-    }
-    void DropPlanIndex() { m_m.DropPlanIndex(); }
-
-private:
-    CKivMeshData& m_m;
-};
 
 // The query's protected and private members.
 class CKivMeshQueryInspector {

@@ -48,7 +48,7 @@ TEST(MeshQueryEmpty, EmptyMeshAndMeshWithoutOctreeAnswerAsEmpty)
     CKivMeshData noTree;
     {
         CKivMeshDataInspector ins(noTree);
-        ins.AddTri(ins.NewVertex(P(0, 0)), ins.NewVertex(P(1, 0)), ins.NewVertex(P(0, 1)));
+        ins.AddTri(ins.NewCountedVertex(P(0, 0)), ins.NewCountedVertex(P(1, 0)), ins.NewCountedVertex(P(0, 1)));
         ASSERT_EQ(ins.Tree(), nullptr);
     }
     for (CKivMeshData* m : {&empty, &noTree}) {
@@ -473,12 +473,12 @@ TEST(MeshQueryOutline, SmallMeshesHolesIslandsAndDistinctCoincidentVertices)
     {
         CKivMeshData split;
         CKivMeshDataInspector ins(split);
-        _sVertex* a = ins.NewVertex(P(0, 0));
-        _sVertex* b = ins.NewVertex(P(1, 0));
-        _sVertex* c = ins.NewVertex(P(1, 1));
-        _sVertex* a2 = ins.NewVertex(P(0, 0));
-        _sVertex* c2 = ins.NewVertex(P(1, 1));
-        _sVertex* d = ins.NewVertex(P(0, 1));
+        _sVertex* a = ins.NewCountedVertex(P(0, 0));
+        _sVertex* b = ins.NewCountedVertex(P(1, 0));
+        _sVertex* c = ins.NewCountedVertex(P(1, 1));
+        _sVertex* a2 = ins.NewCountedVertex(P(0, 0));
+        _sVertex* c2 = ins.NewCountedVertex(P(1, 1));
+        _sVertex* d = ins.NewCountedVertex(P(0, 1));
         ins.AddTri(a, b, c);
         ins.AddTri(a2, c2, d);
         ins.ResetOctTree();

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <limits>
 #include <random>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -26,6 +27,18 @@ std::vector<CKivPoint3d> Verts(const CKivPolyLine& l)
     return v;
 }
 
+using XYs = std::vector<std::pair<double, double>>;
+
+// The plan positions of a list of points, for comparing whole lists.
+XYs XY(const std::vector<CKivPoint3d>& pts)
+{
+    XYs v;
+    for (const CKivPoint3d& p : pts) {
+        v.emplace_back(p.x, p.y);
+    }
+    return v;
+}
+
 // Clockwise square of side 2.
 const std::vector<CKivPoint3d> kSquareCw{CKivPoint3d(0.0, 0.0, 0.0), CKivPoint3d(0.0, 2.0, 0.0),
                                          CKivPoint3d(2.0, 2.0, 0.0), CKivPoint3d(2.0, 0.0, 0.0)};
@@ -42,12 +55,7 @@ TEST(PolyLine, EditingKeepsTheClosedFlag)
     l.InsertVertex(7, CKivPoint3d(2.0, 0.0, 0.0)); // past the end: appends
     l.InsertVertex(2, CKivPoint3d(1.5, 0.0, 0.0));
     EXPECT_TRUE(l.IsClosed());
-    std::vector<CKivPoint3d> v = Verts(l);
-    ASSERT_EQ(v.size(), 4u);
-    EXPECT_EQ(v[0].x, 0.0);
-    EXPECT_EQ(v[1].x, 1.0);
-    EXPECT_EQ(v[2].x, 1.5);
-    EXPECT_EQ(v[3].x, 2.0);
+    EXPECT_EQ(XY(Verts(l)), (XYs{{0.0, 0.0}, {1.0, 0.0}, {1.5, 0.0}, {2.0, 0.0}}));
     l.DelVertex(4);
     EXPECT_EQ(l.NumVerts(), 4u);
     l.DelVertex(1);
@@ -274,31 +282,18 @@ TEST(PolyLine, VerticesBetweenTwoPointsOfARing)
     std::vector<CKivPoint3d> out{CKivPoint3d()};
     // Through the top: (2,2) then (0,2).
     ASSERT_TRUE(ring.GetPtsInPtA_PtB(a, b, CKivPoint3d(1.0, 2.0, 0.0), out));
-    ASSERT_EQ(out.size(), 2u);
-    EXPECT_EQ(out[0].y, 2.0);
-    EXPECT_EQ(out[0].x, 2.0);
-    EXPECT_EQ(out[1].x, 0.0);
+    EXPECT_EQ(XY(out), (XYs{{2.0, 2.0}, {0.0, 2.0}}));
     // Through the bottom: (2,0) first, from a's side.
     ASSERT_TRUE(ring.GetPtsInPtA_PtB(a, b, CKivPoint3d(1.0, 0.0, 0.0), out));
-    ASSERT_EQ(out.size(), 2u);
-    EXPECT_EQ(out[0].x, 2.0);
-    EXPECT_EQ(out[0].y, 0.0);
-    EXPECT_EQ(out[1].x, 0.0);
-    EXPECT_EQ(out[1].y, 0.0);
+    EXPECT_EQ(XY(out), (XYs{{2.0, 0.0}, {0.0, 0.0}}));
     // Swapped, from (0,1) round the bottom to (2,1): (0,0) then (2,0), but the
     // search stopped on c's segment, which starts at (0,0), so that first
     // vertex is skipped.
     ASSERT_TRUE(ring.GetPtsInPtA_PtB(b, a, CKivPoint3d(1.0, 0.0, 0.0), out));
-    ASSERT_EQ(out.size(), 1u);
-    EXPECT_EQ(out[0].x, 2.0);
-    EXPECT_EQ(out[0].y, 0.0);
+    EXPECT_EQ(XY(out), (XYs{{2.0, 0.0}}));
     // From (0,1) over the top, c placed before b: nothing skipped.
     ASSERT_TRUE(ring.GetPtsInPtA_PtB(b, a, CKivPoint3d(1.0, 2.0, 0.0), out));
-    ASSERT_EQ(out.size(), 2u);
-    EXPECT_EQ(out[0].x, 0.0);
-    EXPECT_EQ(out[0].y, 2.0);
-    EXPECT_EQ(out[1].x, 2.0);
-    EXPECT_EQ(out[1].y, 2.0);
+    EXPECT_EQ(XY(out), (XYs{{0.0, 2.0}, {2.0, 2.0}}));
 
     EXPECT_FALSE(Make(ccw, false).GetPtsInPtA_PtB(a, b, CKivPoint3d(1.0, 2.0, 0.0), out));
     EXPECT_FALSE(ring.GetPtsInPtA_PtB(a, a, CKivPoint3d(1.0, 2.0, 0.0), out));

@@ -1,9 +1,7 @@
 // Validity of a triangulated surface in plan, for tests and fuzzers: every
-// triangle strictly counter-clockwise (exact test), no directed edge used twice, and no
-// triangle overlapping another (no triangle's centroid or corner strictly
-// inside another triangle). The overlap test buckets triangles on a grid,
-// so it stays near linear on meshes of a few hundred thousand triangles.
-// Returns an empty string for a valid mesh, else what is wrong.
+// triangle strictly counter-clockwise and no two overlapping (sharing a
+// directed edge or folded over included), all decided by exact turns. Returns an empty
+// string for a valid mesh, else what is wrong.
 #ifndef KIVGEO_TESTS_TIN_CHECK_H
 #define KIVGEO_TESTS_TIN_CHECK_H
 
@@ -13,15 +11,10 @@
 #include "spacemath/exact_orient.h"
 
 #include <algorithm>
-#include <array>
-#include <cfloat>
 #include <cmath>
 #include <cstddef>
-#include <cstdint>
-#include <cstring>
 #include <map>
 #include <string>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -32,35 +25,27 @@ inline double Orient(const CKivPoint3d& a, const CKivPoint3d& b, const CKivPoint
     return (b.x - a.x) * (c.y - a.y) - (b.y - a.y) * (c.x - a.x);
 }
 
-inline std::uint64_t Bits(double d)
+// Two counter-clockwise triangles are apart when some edge of either has
+// every corner of the other on or beyond its line (separating axes: enough
+// for convex shapes).
+inline bool Apart(const CKivTri3d& s, const CKivTri3d& t)
 {
-    std::uint64_t u;
-    std::memcpy(&u, &d, sizeof u);
-    return u;
-}
-
-// p lies strictly inside the counter-clockwise triangle t by a clear margin:
-// farther from each edge's line than the rounding of the test (relative to
-// the distances involved) and than a few units in the last place of the
-// coordinates (a computed centroid is only that precise). A point on an edge,
-// up to rounding, is not inside.
-inline bool StrictlyInside(const CKivTri3d& t, const CKivPoint3d& p)
-{
-    const CKivPoint3d* v = t.m_pt;
-    double mag = std::fmax(std::fabs(p.x), std::fabs(p.y));
-    for (int k = 0; k < 3; ++k) {
-        mag = std::fmax(mag, std::fmax(std::fabs(v[k].x), std::fabs(v[k].y)));
-    }
-    for (int k = 0; k < 3; ++k) {
-        const CKivPoint3d& a = v[k];
-        const CKivPoint3d& b = v[(k + 1) % 3];
-        const double len = std::hypot(b.x - a.x, b.y - a.y);
-        const double reach = std::fmax(std::fabs(p.x - a.x), std::fabs(p.y - a.y)) + len;
-        if (!(Orient(a, b, p) > len * (1e-9 * reach + 8 * DBL_EPSILON * mag))) {
-            return false;
+    for (int side = 0; side < 2; ++side) {
+        const CKivPoint3d* u = side ? t.m_pt : s.m_pt;
+        const CKivPoint3d* v = side ? s.m_pt : t.m_pt;
+        for (int k = 0; k < 3; ++k) {
+            const CKivPoint3d& a = u[k];
+            const CKivPoint3d& b = u[(k + 1) % 3];
+            bool beyond = true;
+            for (int m = 0; m < 3 && beyond; ++m) {
+                beyond = ExactOrient2D(a.x, a.y, b.x, b.y, v[m].x, v[m].y) <= 0;
+            }
+            if (beyond) {
+                return true;
+            }
         }
     }
-    return true;
+    return false;
 }
 
 // p strictly inside the circumcircle of the counter-clockwise a, b, c, by a
@@ -79,19 +64,6 @@ inline bool InCircleStrict(const CKivPoint3d& a, const CKivPoint3d& b, const CKi
 
 inline std::string CheckTin(const std::vector<CKivTri3d>& tris)
 {
-    struct EdgeHash {
-        std::size_t operator()(const std::array<std::uint64_t, 4>& e) const
-        {
-            std::size_t h = 0;
-            for (std::uint64_t u : e) {
-                h = h * 1000003u ^ static_cast<std::size_t>(u ^ (u >> 29));
-            }
-            return h;
-        }
-    };
-    std::unordered_set<std::array<std::uint64_t, 4>, EdgeHash> edges;
-    edges.reserve(tris.size() * 3);
-    double x0 = HUGE_VAL, y0 = HUGE_VAL, x1 = -HUGE_VAL, y1 = -HUGE_VAL;
     for (std::size_t i = 0; i < tris.size(); ++i) {
         const CKivPoint3d* v = tris[i].m_pt;
         // Exact: with huge coordinates the rounded cross product of a good
@@ -99,48 +71,26 @@ inline std::string CheckTin(const std::vector<CKivTri3d>& tris)
         if (ExactOrient2D(v[0].x, v[0].y, v[1].x, v[1].y, v[2].x, v[2].y) <= 0) {
             return "triangle " + std::to_string(i) + " is not strictly counter-clockwise";
         }
-        for (int k = 0; k < 3; ++k) {
-            const CKivPoint3d& a = v[k];
-            const CKivPoint3d& b = v[(k + 1) % 3];
-            if (!edges.insert({Bits(a.x), Bits(a.y), Bits(b.x), Bits(b.y)}).second) {
-                return "directed edge of triangle " + std::to_string(i) + " used twice (overlap or fold)";
-            }
-            x0 = std::fmin(x0, a.x), y0 = std::fmin(y0, a.y);
-            x1 = std::fmax(x1, a.x), y1 = std::fmax(y1, a.y);
-        }
     }
-    if (tris.empty()) {
-        return "";
-    }
-    // Grid of about one cell per triangle over the plan extent.
-    const std::size_t side = std::max<std::size_t>(1, static_cast<std::size_t>(std::sqrt(double(tris.size()))));
-    const double w = std::fmax(x1 - x0, 1e-300), h = std::fmax(y1 - y0, 1e-300);
-    auto cell = [&](double v, double lo, double size) {
-        const double f = (v - lo) / size * static_cast<double>(side);
-        return std::min(side - 1, static_cast<std::size_t>(std::fmax(0.0, std::fmin(f, double(side - 1)))));
+    // Two triangles on one directed edge, a fold, or any other overlap:
+    // compared pairwise by a sweep over the plan boxes in x order.
+    struct SBox {
+        double x0, x1, y0, y1;
+        std::size_t i;
     };
-    std::vector<std::vector<std::size_t>> grid(side * side);
+    std::vector<SBox> boxes;
     for (std::size_t i = 0; i < tris.size(); ++i) {
-        const CKivPoint3d* v = tris[i].m_pt;
-        const std::size_t cx0 = cell(std::fmin(v[0].x, std::fmin(v[1].x, v[2].x)), x0, w);
-        const std::size_t cx1 = cell(std::fmax(v[0].x, std::fmax(v[1].x, v[2].x)), x0, w);
-        const std::size_t cy0 = cell(std::fmin(v[0].y, std::fmin(v[1].y, v[2].y)), y0, h);
-        const std::size_t cy1 = cell(std::fmax(v[0].y, std::fmax(v[1].y, v[2].y)), y0, h);
-        for (std::size_t cy = cy0; cy <= cy1; ++cy) {
-            for (std::size_t cx = cx0; cx <= cx1; ++cx) {
-                grid[cy * side + cx].push_back(i);
-            }
-        }
+        const CKivPoint3d* p = tris[i].m_pt;
+        boxes.push_back({std::min({p[0].x, p[1].x, p[2].x}), std::max({p[0].x, p[1].x, p[2].x}),
+                         std::min({p[0].y, p[1].y, p[2].y}), std::max({p[0].y, p[1].y, p[2].y}), i});
     }
-    for (std::size_t i = 0; i < tris.size(); ++i) {
-        const CKivPoint3d* v = tris[i].m_pt;
-        const CKivPoint3d probes[4] = {
-            CKivPoint3d((v[0].x + v[1].x + v[2].x) / 3, (v[0].y + v[1].y + v[2].y) / 3, 0.0), v[0], v[1], v[2]};
-        for (const CKivPoint3d& p : probes) {
-            for (std::size_t j : grid[cell(p.y, y0, h) * side + cell(p.x, x0, w)]) {
-                if (j != i && StrictlyInside(tris[j], p)) {
-                    return "triangles " + std::to_string(i) + " and " + std::to_string(j) + " overlap";
-                }
+    std::sort(boxes.begin(), boxes.end(), [](const SBox& a, const SBox& b) { return a.x0 < b.x0; });
+    for (std::size_t i = 0; i < boxes.size(); ++i) {
+        for (std::size_t j = i + 1; j < boxes.size() && boxes[j].x0 <= boxes[i].x1; ++j) {
+            if (boxes[j].y0 <= boxes[i].y1 && boxes[j].y1 >= boxes[i].y0 &&
+                !Apart(tris[boxes[i].i], tris[boxes[j].i])) {
+                return "triangles " + std::to_string(boxes[i].i) + " and " + std::to_string(boxes[j].i) +
+                       " overlap";
             }
         }
     }
