@@ -14,10 +14,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <map>
 #include <random>
 #include <set>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -30,6 +32,7 @@ public:
     static unsigned OutlineSize(const CKivDelaunay& d) { return d.m_Outline.NumVerts(); }
     static bool TriPoly(CKivDelaunay& d, std::vector<_sVertex*>& ring) { return d.TriPolyDelaunay(ring); }
     static void DealSegYS(CKivDelaunay& d, const _sSeg* s) { d.DealSegYS(s); }
+    static void SetPlainWrap(CKivDelaunay& d, bool bPlain) { d.m_bPlainWrap = bPlain; }
 };
 } // namespace TriMesh
 
@@ -758,3 +761,66 @@ TEST(DelaunayConstraint, RingIndexMatchesPlainPointInPolygon)
 }
 
 } // namespace
+
+// The full-hull wrap searches a bucket grid for each front edge's vertex and
+// for blocking vertices and edges; the plain scans of every vertex and edge
+// are the reference. Long thin, ring-like, banded and gridded point sets
+// (where pockets are long and their vertices nearly collinear), at three
+// scales, some with a constraint line: the same triangles in the same order.
+TEST(DelaunayConstraint, CoverHullGridSearchMatchesPlainScans)
+{
+    for (int seed = 0; seed < 40; ++seed) {
+        std::mt19937_64 rng(static_cast<std::uint64_t>(seed));
+        std::uniform_real_distribution<double> u(0.0, 1.0);
+        const int kind = seed % 5;
+        const double scale = seed % 3 == 0 ? 1e-3 : (seed % 3 == 1 ? 1.0 : 1e3);
+        const int n = 100 + static_cast<int>(u(rng) * 900);
+        std::vector<CKivPoint3d> pts;
+        for (int i = 0; i < n; ++i) {
+            double x = 0.0, y = 0.0;
+            switch (kind) {
+            case 0:
+                x = u(rng), y = u(rng);
+                break;
+            case 1:
+                x = i, y = (i % 2) * 0.3 + 1e-3 * (i % 7);
+                break; // zig-zag
+            case 2: {
+                const double a = 6.283185307179586 * u(rng);
+                x = std::cos(a), y = 0.05 * std::sin(a); // thin ellipse
+                break;
+            }
+            case 3:
+                x = std::floor(20.0 * u(rng)), y = std::floor(3.0 * u(rng));
+                break; // grid, repeats
+            default:
+                x = 100.0 * u(rng), y = 1e-4 * x * x + 0.1 * u(rng);
+                break; // curved band
+            }
+            pts.emplace_back(5e5 + x * scale, 3e6 + y * scale, u(rng));
+        }
+        std::vector<CKivTri3d> out[2];
+        for (int plain = 0; plain < 2; ++plain) {
+            TriMesh::CKivMeshData mesh;
+            CKivDelaunay tin(mesh);
+            tin.SetCoverHull(true);
+            CKivDelaunayInspector::SetPlainWrap(tin, plain == 1);
+            for (const CKivPoint3d& p : pts) {
+                tin.AddVertex(p);
+            }
+            if (seed % 4 == 1) {
+                tin.AddSegYS(std::vector<CKivPoint3d>(pts.begin(), pts.begin() + 30), false);
+            }
+            tin.Delaunay();
+            mesh.OutputData(out[plain]);
+        }
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        ASSERT_EQ(out[0].size(), out[1].size());
+        for (std::size_t t = 0; t < out[0].size(); ++t) {
+            for (int k = 0; k < 3; ++k) {
+                const CKivPoint3d &p = out[0][t].m_pt[k], &q = out[1][t].m_pt[k];
+                ASSERT_TRUE(p.x == q.x && p.y == q.y && p.z == q.z) << "triangle " << t;
+            }
+        }
+    }
+}
