@@ -5,7 +5,7 @@
 #include <kivgeo/delaunay.h>
 #include <kivgeo/planar.h>
 
-#include "mesh_inspector.h"
+#include "mesh_store_access.h"
 #include "spacemath/exact_orient.h"
 #include "tin_check.h"
 #include "trimesh/ring_index.h"

@@ -1,6 +1,6 @@
 #include <kivgeo/delaunay.h>
 
-#include "mesh_inspector.h"
+#include "mesh_store_access.h"
 #include "spacemath/exact_orient.h"
 #include "spacemath/planar_internal.h"
 #include "tin_check.h"

@@ -1,6 +1,6 @@
 #include <kivgeo/mesh_data.h>
 
-#include "mesh_inspector.h"
+#include "mesh_store_access.h"
 #include "trimesh/oct_tree.h"
 #include "trimesh/tri_pool.h"
 #include "trimesh/vertex_pool.h"

@@ -6,7 +6,7 @@
 #include <kivgeo/mesh_query.h>
 #include <kivgeo/tri3d.h>
 
-#include "mesh_inspector.h"
+#include "mesh_store_access.h"
 
 #include <functional>
 #include <random>

@@ -21,17 +21,6 @@ constexpr std::size_t kNoDeadTri = std::numeric_limits<std::size_t>::max();
 constexpr int kOctDepth = 8;
 constexpr double kOctRatio = 0.2;
 
-// How far ahead the walks over triangles ask for the corners they will read.
-constexpr std::size_t kAhead = 8;
-
-// Asks for the corners of triangle t (already in cache or asked for earlier).
-inline void PrefetchCorners(const _sTri* t)
-{
-    PrefetchRead(t->pVt[0]);
-    PrefetchRead(t->pVt[1]);
-    PrefetchRead(t->pVt[2]);
-}
-
 } // namespace
 
 CKivMeshData::CKivMeshData()

@@ -79,17 +79,6 @@ constexpr int kBulkMaxDepth = 9;
 constexpr int kSpanMaxDepth = 9;
 constexpr int kDepthBits = 4;
 
-// How far ahead the walks over triangles ask for the records and corners
-// they will read.
-constexpr std::size_t kAhead = 8;
-
-inline void PrefetchCorners(const _sTri* t)
-{
-    PrefetchRead(t->pVt[0]);
-    PrefetchRead(t->pVt[1]);
-    PrefetchRead(t->pVt[2]);
-}
-
 // Stable sort of v by its upper 32 bits, of which only the low nBits
 // matter: least significant digit first, 11 bits a pass.
 void SortByHighBits(CKivBigArray<std::uint64_t>& v, int nBits)

@@ -4,6 +4,10 @@
 #ifndef KIVGEO_TRIMESH_PREFETCH_H
 #define KIVGEO_TRIMESH_PREFETCH_H
 
+#include <kivgeo/mesh_data.h>
+
+#include <cstddef>
+
 namespace TriMesh {
 
 inline void PrefetchRead(const void* p)
@@ -13,6 +17,18 @@ inline void PrefetchRead(const void* p)
 #else
     (void)p;
 #endif
+}
+
+// How far ahead the walks over triangles ask for the records and corners
+// they will read.
+constexpr std::size_t kAhead = 8;
+
+// Asks for the corners of triangle t (already in cache or asked for earlier).
+inline void PrefetchCorners(const _sTri* t)
+{
+    PrefetchRead(t->pVt[0]);
+    PrefetchRead(t->pVt[1]);
+    PrefetchRead(t->pVt[2]);
 }
 
 } // namespace TriMesh
