@@ -154,7 +154,12 @@ public:
             break;
         case 12: {
             const auto fine = [this]() {
-                const std::int16_t v = static_cast<std::int16_t>(Byte() << 8 | Byte());
+                // One read per statement: the order of reads within an
+                // expression is up to the compiler, and a saved input must
+                // decode the same under every compiler.
+                const int hi = Byte();
+                const int lo = Byte();
+                const std::int16_t v = static_cast<std::int16_t>(hi << 8 | lo);
                 return v / 256.0;
             };
             const double x = fine(), y = fine(), z = fine();
@@ -169,12 +174,18 @@ public:
             p = CKivPoint3d(x, y, static_cast<double>(Byte() % 9));
             break;
         }
-        case 15:
-            p = Map(1000.0 * (Byte() % 17 - 8.0), 1000.0 * (Byte() % 17 - 8.0), Byte() % 9 - 4.0);
+        case 15: {
+            const double x = 1000.0 * (Byte() % 17 - 8.0);
+            const double y = 1000.0 * (Byte() % 17 - 8.0);
+            p = Map(x, y, Byte() % 9 - 4.0);
             break;
-        default:
-            p = Map(Byte() % 17 - 8.0, Byte() % 17 - 8.0, Byte() % 9 - 4.0);
+        }
+        default: {
+            const double x = Byte() % 17 - 8.0;
+            const double y = Byte() % 17 - 8.0;
+            p = Map(x, y, Byte() % 9 - 4.0);
             break;
+        }
         }
         Note(p.x);
         Note(p.y);

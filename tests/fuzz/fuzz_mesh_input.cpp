@@ -27,7 +27,12 @@ std::vector<CKivTri3d> DecodeSoup(CKivFuzzInput& in)
     const unsigned n = in.Below(40);
     const unsigned m = static_cast<unsigned>(pool.size());
     for (unsigned i = 0; i < n && !in.Empty(); ++i) {
-        tris.emplace_back(pool[in.Below(m)], pool[in.Below(m)], pool[in.Below(m)]);
+        // One read per statement, so that a saved input decodes the same
+        // under every compiler.
+        const unsigned a = in.Below(m);
+        const unsigned b = in.Below(m);
+        const unsigned c = in.Below(m);
+        tris.emplace_back(pool[a], pool[b], pool[c]);
     }
     return tris;
 }
