@@ -971,55 +971,11 @@ void CKivDelaunay::AddRingTris(const std::vector<_sVertex*>& ring, const std::ve
     }
 }
 
-namespace {
-
-// Whether the planned fills would lie on top of a triangle: two counter-
-// clockwise triangles that use the same directed edge lie on the same side
-// of it. The side chains come from a walk with tolerant tests; on long
-// nearly collinear constraints (crossing each other) they can disagree with
-// the triangles left around the cut, and each fill alone is still valid.
-bool FillsOverlap(const std::vector<_sVertex*>* rings[2], const std::vector<Triple>* fills[2])
-{
-    const auto usedAround = [](const _sVertex* a, const _sVertex* b) {
-        for (const _sTri* t : a->vecTri) {
-            for (int k = 0; k < 3; ++k) {
-                if (t->pVt[k] == a && t->pVt[(k + 1) % 3] == b) {
-                    return true;
-                }
-            }
-        }
-        return false;
-    };
-    std::vector<std::pair<const _sVertex*, const _sVertex*>> edges;
-    for (int side = 0; side < 2; ++side) {
-        for (const Triple& t : *fills[side]) {
-            for (int k = 0; k < 3; ++k) {
-                const _sVertex* a = (*rings[side])[static_cast<std::size_t>(t[static_cast<std::size_t>(k)])];
-                const _sVertex* b =
-                    (*rings[side])[static_cast<std::size_t>(t[static_cast<std::size_t>((k + 1) % 3)])];
-                if (usedAround(a, b)) {
-                    return true;
-                }
-                edges.emplace_back(a, b);
-            }
-        }
-    }
-    std::sort(edges.begin(), edges.end());
-    return std::adjacent_find(edges.begin(), edges.end()) != edges.end();
-}
-
-} // namespace
-
 void CKivDelaunay::FillSides(std::vector<_sVertex*>& left, std::vector<_sVertex*>& right)
 {
     std::vector<Triple> lt, rt;
     const int l = PlanRingTris(left, lt);
-    int r = l < 0 ? -1 : PlanRingTris(right, rt);
-    const std::vector<_sVertex*>* rings[2] = {&left, &right};
-    const std::vector<Triple>* fills[2] = {&lt, &rt};
-    if (l >= 0 && r >= 0 && FillsOverlap(rings, fills)) {
-        r = -1;
-    }
+    const int r = l < 0 ? -1 : PlanRingTris(right, rt);
     if (l < 0 || r < 0) {
         // No valid fill for a side: put the deleted triangles back, so the
         // piece is left out but the mesh stays whole and valid.
@@ -1081,12 +1037,7 @@ bool CKivDelaunay::WrapPockets(bool bReforce)
         }
         for (_sVertex* w : nexts) {
             if (std::find(prevs.begin(), prevs.end(), w) == prevs.end()) {
-                // Numbered in a fixed order (the far end first): ties
-                // between candidates go by number, and the order in which a
-                // compiler evaluates call arguments must not decide them.
-                const int iw = wrap.Vertex(w, false);
-                const int iv = wrap.Vertex(v, false);
-                wrap.Edge(iv, iw);
+                wrap.Edge(wrap.Vertex(v, false), wrap.Vertex(w, false));
             }
         }
     }
