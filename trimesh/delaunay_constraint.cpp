@@ -719,6 +719,34 @@ bool WrapRing(const std::vector<_sVertex*>& ring, std::vector<Triple>& tris)
     return true;
 }
 
+// Exact fill of a counter-clockwise ring: ear clipping when the ring is
+// simple, else gift wrapping (a ring that touches itself at vertices).
+bool FillExactly(const std::vector<_sVertex*>& ring, std::vector<Triple>& tris)
+{
+    const bool simple = IsSimpleRing(ring);
+    return (simple && ExactEarClip(ring, tris)) || WrapRing(ring, tris);
+}
+
+// A simple ring that runs counter-clockwise (exact): its lowest-leftmost
+// vertex is a corner where it turns left, never straight on a simple ring.
+bool IsSimpleLeftRing(const std::vector<_sVertex*>& ring)
+{
+    if (ring.size() < 3 || !IsSimpleRing(ring)) {
+        return false;
+    }
+    const auto lower = [](const _sVertex* a, const _sVertex* b) {
+        return a->pt.x < b->pt.x || (a->pt.x == b->pt.x && a->pt.y < b->pt.y);
+    };
+    const std::size_t n = ring.size();
+    std::size_t k = 0;
+    for (std::size_t i = 1; i < n; ++i) {
+        if (lower(ring[i], ring[k])) {
+            k = i;
+        }
+    }
+    return Orient(ring[(k + n - 1) % n], ring[k], ring[(k + 1) % n]) > 0;
+}
+
 } // namespace
 
 bool CKivDelaunay::AddSegYS(const std::vector<CKivPoint3d>& points, bool closed)
@@ -918,7 +946,7 @@ bool CKivDelaunay::TriPolyDelaunay(std::vector<_sVertex*>& ring)
     return true;
 }
 
-int CKivDelaunay::PlanRingTris(std::vector<_sVertex*>& ring, std::vector<Triple>& tris) const
+int CKivDelaunay::PlanRingTris(std::vector<_sVertex*>& ring, std::vector<Triple>& tris, int nSense) const
 {
     tris.clear();
     if (ring.size() < 3) {
@@ -931,8 +959,15 @@ int CKivDelaunay::PlanRingTris(std::vector<_sVertex*>& ring, std::vector<Triple>
     }
     // The two chains of a forced segment run in opposite senses; the ear
     // clipper wants counter-clockwise.
-    if (RingArea2(ring) < 0) {
+    const bool reverse = RingArea2(ring) < 0;
+    if (reverse) {
         std::reverse(ring.begin(), ring.end());
+    }
+    if (nSense != 0 && reverse != (nSense < 0)) {
+        // The sign of the area asks for the other sense: only an exact fill
+        // in the sense asked for can be right.
+        std::reverse(ring.begin(), ring.end());
+        return FillExactly(ring, tris) ? 1 : -1;
     }
     if (ring.size() == 3) {
         if (Orient(ring[0], ring[1], ring[2]) <= 0) {
@@ -950,18 +985,13 @@ int CKivDelaunay::PlanRingTris(std::vector<_sVertex*>& ring, std::vector<Triple>
         tris.clear();
         return 0;
     }
-    const bool simple = IsSimpleRing(ring);
-    if (simple && AreEarCutsValid(ring, tris)) {
+    if (IsSimpleRing(ring) && AreEarCutsValid(ring, tris)) {
         return 1;
     }
-    // The tolerances misled the ear clipper (cross products near 1e-6):
-    // clip again with exact tests.
-    if (simple && ExactEarClip(ring, tris)) {
-        return 1;
-    }
-    // A ring that touches itself at a vertex (the walk met a vertex twice:
-    // its star is not convex) is filled by gift wrapping from its edges.
-    return WrapRing(ring, tris) ? 1 : -1;
+    // The tolerances misled the ear clipper (cross products near 1e-6), or
+    // the ring touches itself at a vertex (the walk met a vertex twice: its
+    // star is not convex): fill it again with exact tests.
+    return FillExactly(ring, tris) ? 1 : -1;
 }
 
 void CKivDelaunay::AddRingTris(const std::vector<_sVertex*>& ring, const std::vector<Triple>& tris)
@@ -973,9 +1003,27 @@ void CKivDelaunay::AddRingTris(const std::vector<_sVertex*>& ring, const std::ve
 
 void CKivDelaunay::FillSides(std::vector<_sVertex*>& left, std::vector<_sVertex*>& right)
 {
+    // Whatever the geometry, the cut region's boundary is the right chain
+    // forward and the left chain backward, and the triangles of an ear
+    // clipping add up to the ring it clips (every edge but the ring's is
+    // used once each way). So fills of the right ring as given and of the
+    // left ring reversed, all strictly counter-clockwise, tile the cut region
+    // exactly and cannot overlap anything. The tolerances can mislead the
+    // walk about which side a vertex is on; a ring filled in the other sense
+    // would then cover its surroundings.
     std::vector<Triple> lt, rt;
-    const int l = PlanRingTris(left, lt);
-    const int r = l < 0 ? -1 : PlanRingTris(right, rt);
+    int l = PlanRingTris(left, lt, -1);
+    int r = l < 0 ? -1 : PlanRingTris(right, rt, 1);
+    // A side the ear clipper rejects stays open, as it always has, when that
+    // is safe: the other side's fill keeps within the cut region only if the
+    // open side is a simple counter-clockwise ring. Otherwise (a ring folded
+    // by the tolerances) the open side is filled exactly after all.
+    if (l == 0 && r > 0 && !IsSimpleLeftRing(left)) {
+        l = FillExactly(left, lt) ? 1 : -1;
+    }
+    if (r == 0 && l > 0 && !IsSimpleLeftRing(right)) {
+        r = FillExactly(right, rt) ? 1 : -1;
+    }
     if (l < 0 || r < 0) {
         // No valid fill for a side: put the deleted triangles back, so the
         // piece is left out but the mesh stays whole and valid.
@@ -984,7 +1032,6 @@ void CKivDelaunay::FillSides(std::vector<_sVertex*>& left, std::vector<_sVertex*
         }
         return;
     }
-    // A side the ear clipper rejects stays open, as it always has.
     if (l > 0) {
         AddRingTris(left, lt);
     }
@@ -1037,7 +1084,11 @@ bool CKivDelaunay::WrapPockets(bool bReforce)
         }
         for (_sVertex* w : nexts) {
             if (std::find(prevs.begin(), prevs.end(), w) == prevs.end()) {
-                wrap.Edge(wrap.Vertex(v, false), wrap.Vertex(w, false));
+                // Numbered in a fixed order: the numbers break ties between
+                // candidates, and argument order is up to the compiler.
+                const int iw = wrap.Vertex(w, false);
+                const int iv = wrap.Vertex(v, false);
+                wrap.Edge(iv, iw);
             }
         }
     }

@@ -118,10 +118,11 @@ private:
     // and finds index triples that fill it: 1 a fill checked exactly, 0 none
     // (the ear clipper rejects the polygon; the side stays open), -1 no valid
     // fill exists (the ear clipper's answer is invalid and the ring is not
-    // simple). FillSides fills both sides of a forced piece, or puts the
-    // piece's deleted triangles (m_vecCutTri) back when a side has no valid
-    // fill.
-    int PlanRingTris(std::vector<_sVertex*>& ring, std::vector<std::array<int, 3>>& tris) const;
+    // simple, or the ring runs against the sense nSense asks for: 1 as given,
+    // -1 reversed, 0 either). FillSides fills both sides of a forced piece,
+    // or puts the piece's deleted triangles (m_vecCutTri) back when a side
+    // has no valid fill.
+    int PlanRingTris(std::vector<_sVertex*>& ring, std::vector<std::array<int, 3>>& tris, int nSense = 0) const;
     void AddRingTris(const std::vector<_sVertex*>& ring, const std::vector<std::array<int, 3>>& tris);
     void FillSides(std::vector<_sVertex*>& left, std::vector<_sVertex*>& right);
     // One gift-wrapping pass of FillHullPockets; with bReforce it then forces
