@@ -372,7 +372,39 @@ bool CKivOctTree::CanFillInBulk(std::size_t n) const
            n <= std::numeric_limits<std::uint32_t>::max();
 }
 
-void CKivOctTree::AddRoute(const CKivOctBox& b, std::size_t i, CKivBigArray<std::uint64_t>& routes) const
+std::size_t CKivOctTree::CBulk::Slot(std::uint32_t key)
+{
+    if (key == m_nLastKey && !m_vecBox.empty()) {
+        return m_nLastSlot;
+    }
+    if (2 * (m_vecBox.size() + 1) > m_vecTable.size()) {
+        // Grow (or make) the table at half load and enter every key again.
+        m_vecTable.assign(std::max<std::size_t>(64, 4 * m_vecTable.size()), 0);
+        const std::size_t mask = m_vecTable.size() - 1;
+        for (std::size_t s = 0; s < m_vecKey.size(); ++s) {
+            std::size_t h = (m_vecKey[s] * 0x9e3779b1u) & mask;
+            while (m_vecTable[h]) {
+                h = (h + 1) & mask;
+            }
+            m_vecTable[h] = static_cast<std::uint32_t>(s + 1);
+        }
+    }
+    const std::size_t mask = m_vecTable.size() - 1;
+    std::size_t h = (key * 0x9e3779b1u) & mask;
+    while (m_vecTable[h] && m_vecKey[m_vecTable[h] - 1] != key) {
+        h = (h + 1) & mask;
+    }
+    if (!m_vecTable[h]) {
+        m_vecKey.push_back(key);
+        m_vecBox.push_back(EmptyBox());
+        m_vecTable[h] = static_cast<std::uint32_t>(m_vecKey.size());
+    }
+    m_nLastKey = key;
+    m_nLastSlot = m_vecTable[h] - 1;
+    return m_nLastSlot;
+}
+
+void CKivOctTree::AddRoute(const CKivOctBox& b, std::size_t i, CBulk& bulk) const
 {
     unsigned char path[kMaxOctDepth];
     const int depth = Route(b, path);
@@ -382,20 +414,23 @@ void CKivOctTree::AddRoute(const CKivOctBox& b, std::size_t i, CKivBigArray<std:
     // Key: the child taken at each level, root first, from the top bits
     // down, then the depth. Sorted, a node comes before its children.
     const int shift0 = 3 * (m_nMaxDepth - 1) + kDepthBits;
-    std::uint64_t key = static_cast<std::uint64_t>(depth);
+    std::uint32_t key = static_cast<std::uint32_t>(depth);
     for (int level = 0; level < depth; ++level) {
-        key |= static_cast<std::uint64_t>(path[level]) << (shift0 - 3 * level);
+        key |= static_cast<std::uint32_t>(path[level]) << (shift0 - 3 * level);
     }
-    routes.push_back(key << 32 | i);
+    bulk.m_vecRoute.push_back(static_cast<std::uint64_t>(key) << 32 | i);
+    Widen(bulk.m_vecBox[bulk.Slot(key)], b);
 }
 
-void CKivOctTree::FillInBulk(CKivBigArray<std::uint64_t>& routes, const std::vector<_sTri*>& tris)
+void CKivOctTree::FillInBulk(CBulk& bulk, const std::vector<_sTri*>& tris)
 {
     // A triangle's node depends on its box alone, and the nodes a triangle
     // passes through get their children whatever the order. So route every
     // triangle first, sort the routes (stable, so each node keeps its
     // triangles in list order), and build each node once, instead of walking
-    // the tree from the root for every triangle.
+    // the tree from the root for every triangle. The nodes' boxes of their
+    // triangles were made while routing.
+    CKivBigArray<std::uint64_t>& routes = bulk.m_vecRoute;
     if (routes.empty()) {
         return;
     }
@@ -403,7 +438,7 @@ void CKivOctTree::FillInBulk(CKivBigArray<std::uint64_t>& routes, const std::vec
     const int shift0 = 3 * (m_nMaxDepth - 1) + kDepthBits;
     unsigned char path[kMaxOctDepth];
     for (std::size_t j = 0; j < routes.size();) {
-        const std::uint64_t key = routes[j] >> 32;
+        const std::uint32_t key = static_cast<std::uint32_t>(routes[j] >> 32);
         std::size_t k = j + 1;
         while (k < routes.size() && routes[k] >> 32 == key) {
             ++k;
@@ -413,18 +448,13 @@ void CKivOctTree::FillInBulk(CKivBigArray<std::uint64_t>& routes, const std::vec
             path[level] = static_cast<unsigned char>((key >> (shift0 - 3 * level)) & 7);
         }
         CKivOctNode* node = StoreNode(depth, path, k - j);
+        node->m_boxTri = bulk.m_vecBox[bulk.Slot(key)];
         for (; j < k; ++j) {
-            // Sorted, the triangles come in no useful order: ask for the
-            // records, then for their corners, some triangles ahead.
-            if (j + 2 * kAhead < routes.size()) {
-                PrefetchRead(tris[static_cast<std::uint32_t>(routes[j + 2 * kAhead])]);
+            // Sorted, the list indices come in no useful order.
+            if (j + 4 * kAhead < routes.size()) {
+                PrefetchRead(&tris[static_cast<std::uint32_t>(routes[j + 4 * kAhead])]);
             }
-            if (j + kAhead < routes.size()) {
-                PrefetchCorners(tris[static_cast<std::uint32_t>(routes[j + kAhead])]);
-            }
-            _sTri* t = tris[static_cast<std::uint32_t>(routes[j])];
-            node->m_vecTri.push_back(t);
-            Widen(node->m_boxTri, CKivOctBox::OfTri(*t));
+            node->m_vecTri.push_back(tris[static_cast<std::uint32_t>(routes[j])]);
         }
     }
 }
@@ -441,15 +471,15 @@ void CKivOctTree::InsertAll(const std::vector<_sTri*>& tris)
         }
         return;
     }
-    CKivBigArray<std::uint64_t> routes;
-    routes.reserve(n);
+    CBulk bulk;
+    bulk.Reserve(n);
     for (std::size_t i = 0; i < n; ++i) {
         if (i + kAhead < n) {
             PrefetchCorners(tris[i + kAhead]);
         }
-        AddRoute(CKivOctBox::OfTri(*tris[i]), i, routes);
+        AddRoute(CKivOctBox::OfTri(*tris[i]), i, bulk);
     }
-    FillInBulk(routes, tris);
+    FillInBulk(bulk, tris);
 }
 
 bool CKivOctTree::Remove(const _sTri* t, const CKivOctBox& b)

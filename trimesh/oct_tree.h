@@ -130,12 +130,13 @@ public:
     void InsertAll(const std::vector<_sTri*>& tris);
     // InsertAll in steps, for a caller that has the triangles' boxes at hand
     // anyway. On a tree for which CanFillInBulk(n) holds (fresh from Create,
-    // at most 9 levels), AddRoute(box of tris[i], i, routes) for each i in
-    // increasing order, then FillInBulk(routes, tris), stores tris as
+    // at most 9 levels), AddRoute(box of tris[i], i, bulk) for each i in
+    // increasing order, then FillInBulk(bulk, tris), stores tris as
     // InsertAll does.
+    class CBulk;
     bool CanFillInBulk(std::size_t n) const;
-    void AddRoute(const CKivOctBox& b, std::size_t i, CKivBigArray<std::uint64_t>& routes) const;
-    void FillInBulk(CKivBigArray<std::uint64_t>& routes, const std::vector<_sTri*>& tris);
+    void AddRoute(const CKivOctBox& b, std::size_t i, CBulk& bulk) const;
+    void FillInBulk(CBulk& bulk, const std::vector<_sTri*>& tris);
     // Removes t, found by the same descent with the same box; false when it is
     // not there.
     bool Remove(const _sTri* t, const CKivOctBox& b);
@@ -175,6 +176,31 @@ private:
     std::vector<CKivOctSpan> m_vecSpan;
     int m_nMaxDepth = 10;
     double m_dRatio = 0.2;
+};
+
+// What a bulk fill gathers while the triangles are routed: each one's route,
+// and for each node the running box of the triangles it will store (widened
+// in list order, as one-by-one insertion widens it), so that the fill itself
+// reads no triangle records.
+class KIVGEO_API CKivOctTree::CBulk {
+public:
+    // Room for about n triangles.
+    void Reserve(std::size_t n) { m_vecRoute.reserve(n); }
+
+private:
+    friend class CKivOctTree;
+    // The slot of a route key's node box, made on first sight.
+    std::size_t Slot(std::uint32_t key);
+
+    // Route key << 32 | list index.
+    CKivBigArray<std::uint64_t> m_vecRoute;
+    // Node boxes by slot, and an open-addressing table of route keys (plus
+    // one) to slots (plus one). Consecutive triangles mostly share a node.
+    std::vector<CKivOctBox> m_vecBox;
+    std::vector<std::uint32_t> m_vecKey;
+    std::vector<std::uint32_t> m_vecTable;
+    std::uint32_t m_nLastKey = 0;
+    std::size_t m_nLastSlot = 0;
 };
 
 inline CKivOctBox CKivOctBox::OfTri(const _sTri& t)
