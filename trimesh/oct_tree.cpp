@@ -79,35 +79,6 @@ constexpr int kBulkMaxDepth = 9;
 constexpr int kSpanMaxDepth = 9;
 constexpr int kDepthBits = 4;
 
-// Stable sort of v by its upper 32 bits, of which only the low nBits
-// matter: least significant digit first, 11 bits a pass.
-void SortByHighBits(CKivBigArray<std::uint64_t>& v, int nBits)
-{
-    constexpr int kDigit = 11;
-    constexpr std::size_t kBuckets = std::size_t(1) << kDigit;
-    CKivBigArray<std::uint64_t> tmp(v.size());
-    std::vector<std::size_t> count(kBuckets);
-    for (int shift = 32; shift < 32 + nBits; shift += kDigit) {
-        std::fill(count.begin(), count.end(), 0);
-        for (std::uint64_t x : v) {
-            ++count[(x >> shift) & (kBuckets - 1)];
-        }
-        if (count[(v.front() >> shift) & (kBuckets - 1)] == v.size()) {
-            continue; // one digit value throughout: nothing moves
-        }
-        std::size_t sum = 0;
-        for (std::size_t& c : count) {
-            const std::size_t here = c;
-            c = sum;
-            sum += here;
-        }
-        for (std::uint64_t x : v) {
-            tmp[count[(x >> shift) & (kBuckets - 1)]++] = x;
-        }
-        v.swap(tmp);
-    }
-}
-
 } // namespace
 
 // The first child of n, in child order, whose box contains b: child i takes
@@ -372,12 +343,12 @@ bool CKivOctTree::CanFillInBulk(std::size_t n) const
            n <= std::numeric_limits<std::uint32_t>::max();
 }
 
-std::size_t CKivOctTree::CBulk::Slot(std::uint32_t key)
+std::uint32_t CKivOctTree::CBulk::Slot(std::uint32_t key)
 {
-    if (key == m_nLastKey && !m_vecBox.empty()) {
+    if (key == m_nLastKey && m_nLastSlot != kNone) {
         return m_nLastSlot;
     }
-    if (2 * (m_vecBox.size() + 1) > m_vecTable.size()) {
+    if (2 * (m_vecKey.size() + 1) > m_vecTable.size()) {
         // Grow (or make) the table at half load and enter every key again.
         m_vecTable.assign(std::max<std::size_t>(64, 4 * m_vecTable.size()), 0);
         const std::size_t mask = m_vecTable.size() - 1;
@@ -396,6 +367,7 @@ std::size_t CKivOctTree::CBulk::Slot(std::uint32_t key)
     }
     if (!m_vecTable[h]) {
         m_vecKey.push_back(key);
+        m_vecCount.push_back(0);
         m_vecBox.push_back(EmptyBox());
         m_vecTable[h] = static_cast<std::uint32_t>(m_vecKey.size());
     }
@@ -406,6 +378,7 @@ std::size_t CKivOctTree::CBulk::Slot(std::uint32_t key)
 
 void CKivOctTree::AddRoute(const CKivOctBox& b, std::size_t i, CBulk& bulk) const
 {
+    bulk.m_vecSlot.resize(i + 1, CBulk::kNone);
     unsigned char path[kMaxOctDepth];
     const int depth = Route(b, path);
     if (depth < 0) {
@@ -418,43 +391,44 @@ void CKivOctTree::AddRoute(const CKivOctBox& b, std::size_t i, CBulk& bulk) cons
     for (int level = 0; level < depth; ++level) {
         key |= static_cast<std::uint32_t>(path[level]) << (shift0 - 3 * level);
     }
-    bulk.m_vecRoute.push_back(static_cast<std::uint64_t>(key) << 32 | i);
-    Widen(bulk.m_vecBox[bulk.Slot(key)], b);
+    const std::uint32_t s = bulk.Slot(key);
+    bulk.m_vecSlot[i] = s;
+    ++bulk.m_vecCount[s];
+    Widen(bulk.m_vecBox[s], b);
 }
 
 void CKivOctTree::FillInBulk(CBulk& bulk, const std::vector<_sTri*>& tris)
 {
     // A triangle's node depends on its box alone, and the nodes a triangle
-    // passes through get their children whatever the order. So route every
-    // triangle first, sort the routes (stable, so each node keeps its
-    // triangles in list order), and build each node once, instead of walking
-    // the tree from the root for every triangle. The nodes' boxes of their
-    // triangles were made while routing.
-    CKivBigArray<std::uint64_t>& routes = bulk.m_vecRoute;
-    if (routes.empty()) {
-        return;
+    // passes through get their children whatever the order. So every
+    // triangle is routed first; then each node is built once, in the order
+    // of the routes (which one-by-one insertion into a fresh tree also
+    // follows), with room for its triangles, and the triangles are stored
+    // in list order.
+    const std::size_t nSlot = bulk.m_vecKey.size();
+    std::vector<std::uint32_t> byKey(nSlot);
+    for (std::size_t s = 0; s < nSlot; ++s) {
+        byKey[s] = static_cast<std::uint32_t>(s);
     }
-    SortByHighBits(routes, 3 * m_nMaxDepth + kDepthBits);
+    std::sort(byKey.begin(), byKey.end(),
+              [&bulk](std::uint32_t a, std::uint32_t b) { return bulk.m_vecKey[a] < bulk.m_vecKey[b]; });
     const int shift0 = 3 * (m_nMaxDepth - 1) + kDepthBits;
     unsigned char path[kMaxOctDepth];
-    for (std::size_t j = 0; j < routes.size();) {
-        const std::uint32_t key = static_cast<std::uint32_t>(routes[j] >> 32);
-        std::size_t k = j + 1;
-        while (k < routes.size() && routes[k] >> 32 == key) {
-            ++k;
-        }
+    std::vector<CKivOctNode*> node(nSlot);
+    for (std::uint32_t s : byKey) {
+        const std::uint32_t key = bulk.m_vecKey[s];
         const int depth = static_cast<int>(key & ((1u << kDepthBits) - 1));
         for (int level = 0; level < depth; ++level) {
             path[level] = static_cast<unsigned char>((key >> (shift0 - 3 * level)) & 7);
         }
-        CKivOctNode* node = StoreNode(depth, path, k - j);
-        node->m_boxTri = bulk.m_vecBox[bulk.Slot(key)];
-        for (; j < k; ++j) {
-            // Sorted, the list indices come in no useful order.
-            if (j + 4 * kAhead < routes.size()) {
-                PrefetchRead(&tris[static_cast<std::uint32_t>(routes[j + 4 * kAhead])]);
-            }
-            node->m_vecTri.push_back(tris[static_cast<std::uint32_t>(routes[j])]);
+        node[s] = StoreNode(depth, path, bulk.m_vecCount[s]);
+        node[s]->m_boxTri = bulk.m_vecBox[s];
+    }
+    const std::size_t n = std::min(tris.size(), bulk.m_vecSlot.size());
+    for (std::size_t i = 0; i < n; ++i) {
+        const std::uint32_t s = bulk.m_vecSlot[i];
+        if (s != CBulk::kNone) {
+            node[s]->m_vecTri.push_back(tris[i]);
         }
     }
 }

@@ -178,29 +178,33 @@ private:
     double m_dRatio = 0.2;
 };
 
-// What a bulk fill gathers while the triangles are routed: each one's route,
-// and for each node the running box of the triangles it will store (widened
-// in list order, as one-by-one insertion widens it), so that the fill itself
-// reads no triangle records.
+// What a bulk fill gathers while the triangles are routed: each one's node
+// (as a slot number), and for each node the route, the number of triangles
+// and the running box of those triangles (widened in list order, as
+// one-by-one insertion widens it). The fill then reads no triangle records
+// and sorts nothing but the nodes.
 class KIVGEO_API CKivOctTree::CBulk {
 public:
     // Room for about n triangles.
-    void Reserve(std::size_t n) { m_vecRoute.reserve(n); }
+    void Reserve(std::size_t n) { m_vecSlot.reserve(n); }
 
 private:
     friend class CKivOctTree;
-    // The slot of a route key's node box, made on first sight.
-    std::size_t Slot(std::uint32_t key);
+    static constexpr std::uint32_t kNone = ~std::uint32_t(0);
+    // The slot of a route key, made on first sight.
+    std::uint32_t Slot(std::uint32_t key);
 
-    // Route key << 32 | list index.
-    CKivBigArray<std::uint64_t> m_vecRoute;
-    // Node boxes by slot, and an open-addressing table of route keys (plus
-    // one) to slots (plus one). Consecutive triangles mostly share a node.
-    std::vector<CKivOctBox> m_vecBox;
+    // Per triangle in list order: its node's slot, kNone when not indexed.
+    CKivBigArray<std::uint32_t> m_vecSlot;
+    // Per slot: route key, triangles, box of the triangles.
     std::vector<std::uint32_t> m_vecKey;
+    std::vector<std::size_t> m_vecCount;
+    std::vector<CKivOctBox> m_vecBox;
+    // Open-addressing table of slots (plus one) by route key. Consecutive
+    // triangles mostly share a node, so the last one is kept at hand.
     std::vector<std::uint32_t> m_vecTable;
     std::uint32_t m_nLastKey = 0;
-    std::size_t m_nLastSlot = 0;
+    std::uint32_t m_nLastSlot = kNone;
 };
 
 inline CKivOctBox CKivOctBox::OfTri(const _sTri& t)
