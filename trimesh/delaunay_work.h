@@ -60,7 +60,7 @@ public:
     // it passed has changed since (the same start, every triangle on the
     // path still alive), which is exactly when walking again would repeat
     // it; otherwise it walks again.
-    static constexpr int kAheadPoints = 8;
+    static constexpr int kAheadPoints = 16;
     void LocateAhead(const int* next, std::size_t count);
     // Off, LocateAhead does nothing (every walk is made by Insert): the same
     // triangulation, for comparisons.
