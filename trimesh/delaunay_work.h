@@ -171,7 +171,7 @@ private:
     int m_nAheadNext = 0;  // the next one to be taken
     int m_nAheadTaken = 0; // of them taken so far
     int m_nAheadSkip = 0;  // blocks still to locate one by one
-    static constexpr int kAheadPause = 16;
+    static constexpr int kAheadPause = 64;
 
     // Scratch of one insertion.
     std::vector<int> m_vecCavity;
