@@ -4,6 +4,7 @@
 #include "spacemath/exact_orient.h"
 #include "spacemath/planar_internal.h"
 #include "tin_check.h"
+#include "trimesh/delaunay_work.h"
 
 #include <gtest/gtest.h>
 
@@ -23,6 +24,7 @@ class CKivDelaunayInspector {
 public:
     explicit CKivDelaunayInspector(CKivDelaunay& d) : m_d(d) {}
     void SetMerge(bool b) { m_d.m_bMergePt = b; }
+    void SetLocateAhead(bool b) { m_d.m_pWork->SetLocateAhead(b); }
     void TranslateCoord(bool bBack) { m_d.TranslateCoord(bBack); }
     void SetTriBound() { m_d.SetTriBound(); }
     _sVertex* const* BoundVt() const { return m_d.m_pBoundVt; }
@@ -524,6 +526,50 @@ TEST(Delaunay, SameTrianglesAsPlainAlgorithm)
         }
     }
     EXPECT_GE(compared, 10);
+}
+
+// The walks made ahead of the insertions are taken only where walking
+// again would give the same: the triangles and every vertex's list come out
+// in the same order with and without them, also where points lie on edges
+// (which of the edge's triangles the walk stops in decides the order).
+TEST(Delaunay, WalksAheadChangeNothing)
+{
+    std::mt19937 rng(8);
+    std::vector<Pts> sets;
+    sets.push_back(Random(rng, 6000, 500000.0, 3000000.0, 1000.0));
+    sets.push_back(CollinearHeavy(rng, 3000, 0.0, 0.0, 500.0));
+    sets.push_back(Clustered(rng, 3000, 0.0, 0.0, 1000.0));
+    Pts jittered = Grid(60, 60, 0.0, 0.0, 1.0);
+    std::uniform_real_distribution<double> j(-0.2, 0.2);
+    for (std::size_t i = 0; i < jittered.size(); i += 2) {
+        jittered[i].x += j(rng), jittered[i].y += j(rng);
+    }
+    std::shuffle(jittered.begin(), jittered.end(), rng);
+    sets.push_back(jittered);
+    // Rows of a grid, whose walks made ahead mostly fail, with a scrambled
+    // stretch in the middle.
+    Pts rows = Grid(70, 70, 0.0, 0.0, 2.0);
+    std::shuffle(rows.begin() + 2000, rows.begin() + 3000, rng);
+    sets.push_back(rows);
+    for (std::size_t s = 0; s < sets.size(); ++s) {
+        std::vector<Triple> tris[2];
+        std::vector<std::vector<int>> lists[2];
+        for (int ahead = 0; ahead < 2; ++ahead) {
+            CKivMeshData mesh;
+            CKivDelaunay d(mesh);
+            CKivDelaunayInspector(d).SetLocateAhead(ahead == 1);
+            for (const CKivPoint3d& p : sets[s]) {
+                d.AddVertex(p);
+            }
+            ASSERT_TRUE(d.Delaunay()) << s;
+            tris[ahead] = Triples(mesh);
+            CKivMeshDataInspector mi(mesh);
+            lists[ahead] = VertexLists(mi);
+        }
+        EXPECT_GT(tris[0].size(), sets[s].size()) << s;
+        EXPECT_EQ(tris[0], tris[1]) << s;
+        EXPECT_EQ(lists[0], lists[1]) << s;
+    }
 }
 
 bool Usable(const CKivPoint3d& p)

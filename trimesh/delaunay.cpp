@@ -391,8 +391,11 @@ bool CKivDelaunay::Delaunay()
             for (std::size_t j = 0; j < order.size(); ++j) {
                 const int i = order[j];
                 const _sVertex* v = m.m_vecVertex[static_cast<std::size_t>(i)];
+                if (j % CKivDelaunayWork::kAheadPoints == 0) {
+                    m_pWork->LocateAhead(order.data() + j,
+                                         std::min<std::size_t>(order.size() - j, CKivDelaunayWork::kAheadPoints));
+                }
                 if (v != m_pBoundVt[0] && v != m_pBoundVt[1] && v != m_pBoundVt[2]) {
-                    m_pWork->PrefetchStart(order.data() + j + 1, std::min<std::size_t>(order.size() - j - 1, 4));
                     InsertPtIntoMesh(i);
                 }
                 if (m_fnProgress && (j + 1) % kProgressStep == 0) {

@@ -44,6 +44,7 @@ void CKivDelaunayWork::Clear()
     m_vecEdge.clear();
     m_nFree = m_nLastTri = -1;
     m_nLive = 0;
+    m_nAhead = m_nAheadNext = m_nAheadTaken = m_nAheadSkip = 0;
     m_nSeq = 0;
     m_nInserted = 0;
     m_nStamp = 0;
@@ -212,6 +213,7 @@ int CKivDelaunayWork::NewTri(int a, int b, int c)
 // the order (the loaded triangles keep theirs, they come first).
 void CKivDelaunayWork::Renumber()
 {
+    m_nAhead = 0; // the walks made ahead name triangles by their old numbers
     const std::uint32_t nLoaded = static_cast<std::uint32_t>(m_vecSrc.size());
     std::vector<std::uint64_t> order;
     for (std::size_t t = 0; t < m_vecTri.size(); ++t) {
@@ -373,40 +375,172 @@ int CKivDelaunayWork::StartTri(double px, double py) const
     return -1;
 }
 
-void CKivDelaunayWork::PrefetchStart(const int* next, std::size_t count) const
+void CKivDelaunayWork::LocateAhead(const int* next, std::size_t count)
 {
-    if (m_nCols <= 0) {
+    // Where the points come in order across the map (rows of a grid), the
+    // walks made ahead mostly fail: the points before change what they
+    // passed. Then the next blocks are located one by one, and a later
+    // block tries again.
+    if (m_nAhead > 0 && 2 * m_nAheadTaken < m_nAhead) {
+        m_nAheadSkip = kAheadPause;
+    }
+    m_nAhead = m_nAheadNext = m_nAheadTaken = 0;
+    if (!m_bAhead) {
         return;
     }
-    const auto cellOf = [this](int iv) {
-        const SVert& p = m_vecPt[static_cast<std::size_t>(iv)];
-        return static_cast<std::size_t>(CellOf(p.x, p.y));
-    };
-    if (count >= 4) {
-        __builtin_prefetch(&m_vecCell[cellOf(next[3])]);
+    if (m_nAheadSkip > 0) {
+        --m_nAheadSkip;
+        return;
     }
-    if (count >= 3) {
-        const int u = m_vecCell[cellOf(next[2])];
-        if (u >= 0) {
-            __builtin_prefetch(&m_vecPt[static_cast<std::size_t>(u)]);
+    const int n = static_cast<int>(std::min<std::size_t>(count, kAheadPoints));
+    m_nAhead = n;
+    const auto ok = [this](int t) { return t >= 0 && m_vecTri[static_cast<std::size_t>(t)].v[0] >= 0; };
+    // The starts: each link of the chain (cell, vertex, triangle) asked for
+    // for every walk before any of them is read.
+    if (m_nCols > 0) {
+        std::size_t cell[kAheadPoints];
+        for (int j = 0; j < n; ++j) {
+            const SVert& p = m_vecPt[static_cast<std::size_t>(next[j])];
+            cell[j] = static_cast<std::size_t>(CellOf(p.x, p.y));
+            __builtin_prefetch(&m_vecCell[cell[j]]);
         }
-    }
-    if (count >= 2) {
-        const int u = m_vecCell[cellOf(next[1])];
-        const int t = u >= 0 ? m_vecPt[static_cast<std::size_t>(u)].tri : -1;
-        if (t >= 0) {
-            __builtin_prefetch(&m_vecTri[static_cast<std::size_t>(t)]);
+        for (int j = 0; j < n; ++j) {
+            const int u = m_vecCell[cell[j]];
+            if (u >= 0) {
+                __builtin_prefetch(&m_vecPt[static_cast<std::size_t>(u)]);
+            }
         }
-    }
-    if (count >= 1) {
-        const int u = m_vecCell[cellOf(next[0])];
-        const int t = u >= 0 ? m_vecPt[static_cast<std::size_t>(u)].tri : -1;
-        if (t >= 0 && m_vecTri[static_cast<std::size_t>(t)].v[0] >= 0) {
-            for (int c : m_vecTri[static_cast<std::size_t>(t)].v) {
-                __builtin_prefetch(&m_vecPt[static_cast<std::size_t>(c)]);
+        for (int j = 0; j < n; ++j) {
+            const int u = m_vecCell[cell[j]];
+            const int t = u >= 0 ? m_vecPt[static_cast<std::size_t>(u)].tri : -1;
+            if (t >= 0) {
+                __builtin_prefetch(&m_vecTri[static_cast<std::size_t>(t)]);
             }
         }
     }
+    int active = 0;
+    for (int j = 0; j < n; ++j) {
+        SAhead& a = m_ahead[j];
+        const SVert& p = m_vecPt[static_cast<std::size_t>(next[j])];
+        a.vert = next[j];
+        a.iv = std::isfinite(p.x) && std::isfinite(p.y) ? next[j] : -1;
+        a.start = a.iv >= 0 ? StartTri(p.x, p.y) : -1;
+        a.cur = a.start;
+        a.steps = 0;
+        if (!ok(a.cur)) {
+            a.iv = -1;
+        }
+        active += a.iv >= 0;
+    }
+    // The walks, one step of each per round: first ask for the corners of
+    // every walk's triangle, then classify and ask for the next triangles.
+    const long cap = static_cast<long>(m_nLive) + 1;
+    while (active > 0) {
+        for (int j = 0; j < n; ++j) {
+            const SAhead& a = m_ahead[j];
+            if (a.iv >= 0 && a.cur >= 0) {
+                for (int c : m_vecTri[static_cast<std::size_t>(a.cur)].v) {
+                    __builtin_prefetch(&m_vecPt[static_cast<std::size_t>(c)]);
+                }
+            }
+        }
+        for (int j = 0; j < n; ++j) {
+            SAhead& a = m_ahead[j];
+            if (a.iv < 0 || a.cur < 0) {
+                continue;
+            }
+            if (a.steps == kAheadSteps || a.steps > cap) {
+                a.iv = -1; // long walks are left to Insert
+                --active;
+                continue;
+            }
+            const STri& r = m_vecTri[static_cast<std::size_t>(a.cur)];
+            a.path[a.steps] = a.cur;
+            a.seq[a.steps] = r.seq;
+            ++a.steps;
+            const SVert& p = m_vecPt[static_cast<std::size_t>(a.iv)];
+            const SVert& v0 = m_vecPt[static_cast<std::size_t>(r.v[0])];
+            const SVert& v1 = m_vecPt[static_cast<std::size_t>(r.v[1])];
+            const SVert& v2 = m_vecPt[static_cast<std::size_t>(r.v[2])];
+            const int pos = GetPtPosInTri2D(p.x, p.y, v0.x, v0.y, v1.x, v1.y, v2.x, v2.y, false);
+            if (pos < 1 || pos > 3) {
+                a.found = a.cur;
+                a.cur = -1;
+                --active;
+                for (int nb : r.n) {
+                    if (nb >= 0) {
+                        __builtin_prefetch(&m_vecTri[static_cast<std::size_t>(nb)]);
+                    }
+                }
+                continue;
+            }
+            a.cur = r.n[pos - 1];
+            if (a.cur < 0) {
+                a.found = -1;
+                --active;
+                continue;
+            }
+            __builtin_prefetch(&m_vecTri[static_cast<std::size_t>(a.cur)]);
+        }
+    }
+    // The cavity search starts at the triangle found and tests its
+    // neighbours and theirs: ask for those and their corners too, one ring
+    // of every walk's neighbourhood at a time.
+    for (int ring = 0; ring < 2; ++ring) {
+        for (int j = 0; j < n; ++j) {
+            const SAhead& a = m_ahead[j];
+            if (a.iv < 0 || a.found < 0) {
+                continue;
+            }
+            for (int nb : m_vecTri[static_cast<std::size_t>(a.found)].n) {
+                if (nb < 0) {
+                    continue;
+                }
+                const STri& q = m_vecTri[static_cast<std::size_t>(nb)];
+                if (ring == 0) {
+                    for (int c : q.v) {
+                        __builtin_prefetch(&m_vecPt[static_cast<std::size_t>(c)]);
+                    }
+                }
+                for (int nb2 : q.n) {
+                    if (nb2 < 0) {
+                        continue;
+                    }
+                    if (ring == 0) {
+                        __builtin_prefetch(&m_vecTri[static_cast<std::size_t>(nb2)]);
+                    } else {
+                        for (int c : m_vecTri[static_cast<std::size_t>(nb2)].v) {
+                            __builtin_prefetch(&m_vecPt[static_cast<std::size_t>(c)]);
+                        }
+                    }
+                }
+            }
+        }
+    }
+}
+
+bool CKivDelaunayWork::TakeAhead(int iv, int start, int& found)
+{
+    // Vertices the caller skipped are passed over.
+    while (m_nAheadNext < m_nAhead && m_ahead[m_nAheadNext].vert != iv) {
+        ++m_nAheadNext;
+    }
+    if (m_nAheadNext >= m_nAhead) {
+        return false;
+    }
+    const SAhead& a = m_ahead[m_nAheadNext++];
+    if (a.iv != iv || a.start != start || a.steps > static_cast<long>(m_nLive) + 1) {
+        return false;
+    }
+    for (int k = 0; k < a.steps; ++k) {
+        const STri& r = m_vecTri[static_cast<std::size_t>(a.path[k])];
+        if (r.v[0] < 0 || r.seq != a.seq[k]) {
+            return false;
+        }
+    }
+    found = a.found;
+    ++m_nAheadTaken;
+    return true;
 }
 
 void CKivDelaunayWork::PrepareLocate(double xmin, double ymin, double xmax, double ymax, std::size_t nPoints)
@@ -687,7 +821,10 @@ bool CKivDelaunayWork::Insert(int iv)
         return false;
     }
     const int start = StartTri(px, py);
-    const int found = LegacyWalk(start, px, py);
+    int found = -1;
+    if (!TakeAhead(iv, start, found)) {
+        found = LegacyWalk(start, px, py);
+    }
 
     // The triangle(s) that really hold the point.
     int onEdge = -1;

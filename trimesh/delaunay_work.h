@@ -52,12 +52,19 @@ public:
     // Inserts vertex iv (an index into the loaded vertex list); false when it
     // cannot be placed (outside the triangulation, on an existing vertex).
     bool Insert(int iv);
-    // A hint before Insert: the vertices to insert next (up to four, the
-    // next first). Insertions in file order jump across the map, so each
-    // one's start of the walk is a chain of cache misses (grid cell, vertex,
-    // triangle, corners); this issues each link of the chain one insertion
-    // ahead of the next, so they arrive while the current point is inserted.
-    void PrefetchStart(const int* next, std::size_t count) const;
+    // Locates the vertices to insert next (up to kAheadPoints, in insertion
+    // order) on the current triangulation, their walks in lockstep. Each
+    // walk is a chain of cache misses (grid cell, vertex, triangle, corners,
+    // next triangle, ...); side by side the chains' misses overlap instead of
+    // following one another. Insert then takes a walk's outcome when nothing
+    // it passed has changed since (the same start, every triangle on the
+    // path still alive), which is exactly when walking again would repeat
+    // it; otherwise it walks again.
+    static constexpr int kAheadPoints = 16;
+    void LocateAhead(const int* next, std::size_t count);
+    // Off, LocateAhead does nothing (every walk is made by Insert): the same
+    // triangulation, for comparisons.
+    void SetLocateAhead(bool bAhead) { m_bAhead = bAhead; }
     // Writes the changes back into the mesh (DelTri for the loaded triangles
     // that died, AddTri for the new survivors in creation order) and
     // compacts its triangle list. The work is empty afterwards.
@@ -104,6 +111,21 @@ private:
         int outer; // the triangle across it, -1 for none
     };
 
+    // A walk made ahead by LocateAhead.
+    static constexpr int kAheadSteps = 12;
+    struct SAhead {
+        int vert = -1;  // vertex
+        int iv = -1;    // the same, -1 when no outcome is kept
+        int start = -1; // first triangle of the walk
+        int found = -1; // outcome (LegacyWalk's)
+        int cur = -1;   // triangle the walk is at while it runs
+        int steps = 0;  // triangles passed
+        int path[kAheadSteps];
+        std::uint32_t seq[kAheadSteps];
+    };
+    // The walk of LocateAhead for vertex iv from start, when it still holds.
+    bool TakeAhead(int iv, int start, int& found);
+
     int NewTri(int a, int b, int c);
     void Renumber();
     void CreationOrder(CKivBigArray<std::uint32_t>& order) const;
@@ -142,6 +164,14 @@ private:
     int m_nFree = -1;
     int m_nLive = 0;
     int m_nLastTri = -1;
+
+    bool m_bAhead = true;
+    SAhead m_ahead[kAheadPoints];
+    int m_nAhead = 0;      // walks made by the last LocateAhead
+    int m_nAheadNext = 0;  // the next one to be taken
+    int m_nAheadTaken = 0; // of them taken so far
+    int m_nAheadSkip = 0;  // blocks still to locate one by one
+    static constexpr int kAheadPause = 64;
 
     // Scratch of one insertion.
     std::vector<int> m_vecCavity;

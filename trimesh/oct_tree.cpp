@@ -79,35 +79,6 @@ constexpr int kBulkMaxDepth = 9;
 constexpr int kSpanMaxDepth = 9;
 constexpr int kDepthBits = 4;
 
-// Stable sort of v by its upper 32 bits, of which only the low nBits
-// matter: least significant digit first, 11 bits a pass.
-void SortByHighBits(CKivBigArray<std::uint64_t>& v, int nBits)
-{
-    constexpr int kDigit = 11;
-    constexpr std::size_t kBuckets = std::size_t(1) << kDigit;
-    CKivBigArray<std::uint64_t> tmp(v.size());
-    std::vector<std::size_t> count(kBuckets);
-    for (int shift = 32; shift < 32 + nBits; shift += kDigit) {
-        std::fill(count.begin(), count.end(), 0);
-        for (std::uint64_t x : v) {
-            ++count[(x >> shift) & (kBuckets - 1)];
-        }
-        if (count[(v.front() >> shift) & (kBuckets - 1)] == v.size()) {
-            continue; // one digit value throughout: nothing moves
-        }
-        std::size_t sum = 0;
-        for (std::size_t& c : count) {
-            const std::size_t here = c;
-            c = sum;
-            sum += here;
-        }
-        for (std::uint64_t x : v) {
-            tmp[count[(x >> shift) & (kBuckets - 1)]++] = x;
-        }
-        v.swap(tmp);
-    }
-}
-
 } // namespace
 
 // The first child of n, in child order, whose box contains b: child i takes
@@ -372,8 +343,42 @@ bool CKivOctTree::CanFillInBulk(std::size_t n) const
            n <= std::numeric_limits<std::uint32_t>::max();
 }
 
-void CKivOctTree::AddRoute(const CKivOctBox& b, std::size_t i, CKivBigArray<std::uint64_t>& routes) const
+std::uint32_t CKivOctTree::CBulk::Slot(std::uint32_t key)
 {
+    if (key == m_nLastKey && m_nLastSlot != kNone) {
+        return m_nLastSlot;
+    }
+    if (2 * (m_vecKey.size() + 1) > m_vecTable.size()) {
+        // Grow (or make) the table at half load and enter every key again.
+        m_vecTable.assign(std::max<std::size_t>(64, 4 * m_vecTable.size()), 0);
+        const std::size_t mask = m_vecTable.size() - 1;
+        for (std::size_t s = 0; s < m_vecKey.size(); ++s) {
+            std::size_t h = (m_vecKey[s] * 0x9e3779b1u) & mask;
+            while (m_vecTable[h]) {
+                h = (h + 1) & mask;
+            }
+            m_vecTable[h] = static_cast<std::uint32_t>(s + 1);
+        }
+    }
+    const std::size_t mask = m_vecTable.size() - 1;
+    std::size_t h = (key * 0x9e3779b1u) & mask;
+    while (m_vecTable[h] && m_vecKey[m_vecTable[h] - 1] != key) {
+        h = (h + 1) & mask;
+    }
+    if (!m_vecTable[h]) {
+        m_vecKey.push_back(key);
+        m_vecCount.push_back(0);
+        m_vecBox.push_back(EmptyBox());
+        m_vecTable[h] = static_cast<std::uint32_t>(m_vecKey.size());
+    }
+    m_nLastKey = key;
+    m_nLastSlot = m_vecTable[h] - 1;
+    return m_nLastSlot;
+}
+
+void CKivOctTree::AddRoute(const CKivOctBox& b, std::size_t i, CBulk& bulk) const
+{
+    bulk.m_vecSlot.resize(i + 1, CBulk::kNone);
     unsigned char path[kMaxOctDepth];
     const int depth = Route(b, path);
     if (depth < 0) {
@@ -382,49 +387,48 @@ void CKivOctTree::AddRoute(const CKivOctBox& b, std::size_t i, CKivBigArray<std:
     // Key: the child taken at each level, root first, from the top bits
     // down, then the depth. Sorted, a node comes before its children.
     const int shift0 = 3 * (m_nMaxDepth - 1) + kDepthBits;
-    std::uint64_t key = static_cast<std::uint64_t>(depth);
+    std::uint32_t key = static_cast<std::uint32_t>(depth);
     for (int level = 0; level < depth; ++level) {
-        key |= static_cast<std::uint64_t>(path[level]) << (shift0 - 3 * level);
+        key |= static_cast<std::uint32_t>(path[level]) << (shift0 - 3 * level);
     }
-    routes.push_back(key << 32 | i);
+    const std::uint32_t s = bulk.Slot(key);
+    bulk.m_vecSlot[i] = s;
+    ++bulk.m_vecCount[s];
+    Widen(bulk.m_vecBox[s], b);
 }
 
-void CKivOctTree::FillInBulk(CKivBigArray<std::uint64_t>& routes, const std::vector<_sTri*>& tris)
+void CKivOctTree::FillInBulk(CBulk& bulk, const std::vector<_sTri*>& tris)
 {
     // A triangle's node depends on its box alone, and the nodes a triangle
-    // passes through get their children whatever the order. So route every
-    // triangle first, sort the routes (stable, so each node keeps its
-    // triangles in list order), and build each node once, instead of walking
-    // the tree from the root for every triangle.
-    if (routes.empty()) {
-        return;
+    // passes through get their children whatever the order. So every
+    // triangle is routed first; then each node is built once, in the order
+    // of the routes (which one-by-one insertion into a fresh tree also
+    // follows), with room for its triangles, and the triangles are stored
+    // in list order.
+    const std::size_t nSlot = bulk.m_vecKey.size();
+    std::vector<std::uint32_t> byKey(nSlot);
+    for (std::size_t s = 0; s < nSlot; ++s) {
+        byKey[s] = static_cast<std::uint32_t>(s);
     }
-    SortByHighBits(routes, 3 * m_nMaxDepth + kDepthBits);
+    std::sort(byKey.begin(), byKey.end(),
+              [&bulk](std::uint32_t a, std::uint32_t b) { return bulk.m_vecKey[a] < bulk.m_vecKey[b]; });
     const int shift0 = 3 * (m_nMaxDepth - 1) + kDepthBits;
     unsigned char path[kMaxOctDepth];
-    for (std::size_t j = 0; j < routes.size();) {
-        const std::uint64_t key = routes[j] >> 32;
-        std::size_t k = j + 1;
-        while (k < routes.size() && routes[k] >> 32 == key) {
-            ++k;
-        }
+    std::vector<CKivOctNode*> node(nSlot);
+    for (std::uint32_t s : byKey) {
+        const std::uint32_t key = bulk.m_vecKey[s];
         const int depth = static_cast<int>(key & ((1u << kDepthBits) - 1));
         for (int level = 0; level < depth; ++level) {
             path[level] = static_cast<unsigned char>((key >> (shift0 - 3 * level)) & 7);
         }
-        CKivOctNode* node = StoreNode(depth, path, k - j);
-        for (; j < k; ++j) {
-            // Sorted, the triangles come in no useful order: ask for the
-            // records, then for their corners, some triangles ahead.
-            if (j + 2 * kAhead < routes.size()) {
-                PrefetchRead(tris[static_cast<std::uint32_t>(routes[j + 2 * kAhead])]);
-            }
-            if (j + kAhead < routes.size()) {
-                PrefetchCorners(tris[static_cast<std::uint32_t>(routes[j + kAhead])]);
-            }
-            _sTri* t = tris[static_cast<std::uint32_t>(routes[j])];
-            node->m_vecTri.push_back(t);
-            Widen(node->m_boxTri, CKivOctBox::OfTri(*t));
+        node[s] = StoreNode(depth, path, bulk.m_vecCount[s]);
+        node[s]->m_boxTri = bulk.m_vecBox[s];
+    }
+    const std::size_t n = std::min(tris.size(), bulk.m_vecSlot.size());
+    for (std::size_t i = 0; i < n; ++i) {
+        const std::uint32_t s = bulk.m_vecSlot[i];
+        if (s != CBulk::kNone) {
+            node[s]->m_vecTri.push_back(tris[i]);
         }
     }
 }
@@ -441,15 +445,15 @@ void CKivOctTree::InsertAll(const std::vector<_sTri*>& tris)
         }
         return;
     }
-    CKivBigArray<std::uint64_t> routes;
-    routes.reserve(n);
+    CBulk bulk;
+    bulk.Reserve(n);
     for (std::size_t i = 0; i < n; ++i) {
         if (i + kAhead < n) {
             PrefetchCorners(tris[i + kAhead]);
         }
-        AddRoute(CKivOctBox::OfTri(*tris[i]), i, routes);
+        AddRoute(CKivOctBox::OfTri(*tris[i]), i, bulk);
     }
-    FillInBulk(routes, tris);
+    FillInBulk(bulk, tris);
 }
 
 bool CKivOctTree::Remove(const _sTri* t, const CKivOctBox& b)

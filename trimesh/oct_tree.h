@@ -130,12 +130,13 @@ public:
     void InsertAll(const std::vector<_sTri*>& tris);
     // InsertAll in steps, for a caller that has the triangles' boxes at hand
     // anyway. On a tree for which CanFillInBulk(n) holds (fresh from Create,
-    // at most 9 levels), AddRoute(box of tris[i], i, routes) for each i in
-    // increasing order, then FillInBulk(routes, tris), stores tris as
+    // at most 9 levels), AddRoute(box of tris[i], i, bulk) for each i in
+    // increasing order, then FillInBulk(bulk, tris), stores tris as
     // InsertAll does.
+    class CBulk;
     bool CanFillInBulk(std::size_t n) const;
-    void AddRoute(const CKivOctBox& b, std::size_t i, CKivBigArray<std::uint64_t>& routes) const;
-    void FillInBulk(CKivBigArray<std::uint64_t>& routes, const std::vector<_sTri*>& tris);
+    void AddRoute(const CKivOctBox& b, std::size_t i, CBulk& bulk) const;
+    void FillInBulk(CBulk& bulk, const std::vector<_sTri*>& tris);
     // Removes t, found by the same descent with the same box; false when it is
     // not there.
     bool Remove(const _sTri* t, const CKivOctBox& b);
@@ -175,6 +176,35 @@ private:
     std::vector<CKivOctSpan> m_vecSpan;
     int m_nMaxDepth = 10;
     double m_dRatio = 0.2;
+};
+
+// What a bulk fill gathers while the triangles are routed: each one's node
+// (as a slot number), and for each node the route, the number of triangles
+// and the running box of those triangles (widened in list order, as
+// one-by-one insertion widens it). The fill then reads no triangle records
+// and sorts nothing but the nodes.
+class KIVGEO_API CKivOctTree::CBulk {
+public:
+    // Room for about n triangles.
+    void Reserve(std::size_t n) { m_vecSlot.reserve(n); }
+
+private:
+    friend class CKivOctTree;
+    static constexpr std::uint32_t kNone = ~std::uint32_t(0);
+    // The slot of a route key, made on first sight.
+    std::uint32_t Slot(std::uint32_t key);
+
+    // Per triangle in list order: its node's slot, kNone when not indexed.
+    CKivBigArray<std::uint32_t> m_vecSlot;
+    // Per slot: route key, triangles, box of the triangles.
+    std::vector<std::uint32_t> m_vecKey;
+    std::vector<std::size_t> m_vecCount;
+    std::vector<CKivOctBox> m_vecBox;
+    // Open-addressing table of slots (plus one) by route key. Consecutive
+    // triangles mostly share a node, so the last one is kept at hand.
+    std::vector<std::uint32_t> m_vecTable;
+    std::uint32_t m_nLastKey = 0;
+    std::uint32_t m_nLastSlot = kNone;
 };
 
 inline CKivOctBox CKivOctBox::OfTri(const _sTri& t)
