@@ -3,6 +3,7 @@
 #include "trimesh/oct_tree.h"
 #include "trimesh/plan_index.h"
 #include "trimesh/prefetch.h"
+#include "trimesh/soup_merge.h"
 #include "trimesh/tri_pool.h"
 #include "trimesh/vertex_index.h"
 #include "trimesh/vertex_pool.h"
@@ -20,6 +21,13 @@ constexpr std::size_t kNoDeadTri = std::numeric_limits<std::size_t>::max();
 // The store always builds its octree with these.
 constexpr int kOctDepth = 8;
 constexpr double kOctRatio = 0.2;
+
+// From this many triangles InputData merges by sorting when it can (below,
+// the hashed lookups work in cache and are as fast).
+constexpr std::size_t kSortedInputFrom = 1 << 16;
+// How far ahead the sorted merge asks for the corners it will read and the
+// triangles it will write.
+constexpr std::size_t kAheadPt = 16;
 
 } // namespace
 
@@ -108,12 +116,15 @@ void CKivMeshData::InputData(const std::vector<CKivTri3d>& tris, bool bClear)
     } else {
         CompactTris();
     }
-    const std::size_t n = tris.size();
-    if (n == 0) {
-        ResetOctTree();
-        return;
+    if (!tris.empty() && !(tris.size() >= kSortedInputFrom && InputSorted(tris, false))) {
+        InputHashed(tris);
     }
+    ResetOctTree();
+}
 
+void CKivMeshData::InputHashed(const std::vector<CKivTri3d>& tris)
+{
+    const std::size_t n = tris.size();
     // Merge the corners: each one is looked up among all vertices so far,
     // those made earlier in this call included.
     // The lookups of a shuffled soup land all over the index; asking for the
@@ -180,9 +191,59 @@ void CKivMeshData::InputData(const std::vector<CKivTri3d>& tris, bool bClear)
             v->vecTri.push_back(t);
         }
     }
-    // The corner table goes before the octree's working arrays come.
-    std::vector<int>().swap(corner);
-    ResetOctTree();
+}
+
+bool CKivMeshData::InputSorted(const std::vector<CKivTri3d>& tris, bool bForce)
+{
+    if (!m_vecVertex.empty()) {
+        return false;
+    }
+    CKivSoupMerge merge;
+    if (!merge.Run(tris, bForce)) {
+        return false;
+    }
+    const std::size_t n = tris.size();
+
+    // The triangles side by side in input order; their corners are set as
+    // the vertices come.
+    const std::size_t first = m_vecTri.size();
+    _sTri* run = m_pTriPool->NewRun(n);
+    m_vecTri.reserve(first + n);
+    for (std::size_t i = 0; i < n; ++i) {
+        run[i].nPos = static_cast<std::int32_t>(first + i);
+        m_vecTri.push_back(run + i);
+    }
+
+    // The vertices in the order the mesh numbers them, each with its corners
+    // in input order: make it at its first corner, size its list once, fill
+    // it in order. Only the writes of the triangles' corners land anywhere.
+    const CKivBigArray<std::uint64_t>& corners = merge.ByVertex();
+    const std::size_t nCorner = corners.size();
+    const auto cornerOf = [&corners](std::size_t s) { return static_cast<std::uint32_t>(corners[s]); };
+    m_vecVertex.reserve(merge.MakerCount());
+    for (std::size_t s = 0; s < nCorner;) {
+        const std::uint64_t vertex = corners[s] >> 32;
+        std::size_t e = s + 1;
+        while (e < nCorner && corners[e] >> 32 == vertex) {
+            ++e;
+        }
+        const std::uint32_t j0 = cornerOf(s);
+        _sVertex* v = NewVertex(tris[j0 / 3].m_pt[j0 % 3]);
+        UpdateExtent(*v);
+        v->vecTri.reserve(e - s);
+        for (; s < e; ++s) {
+            if (s + kAheadPt < nCorner) {
+                const std::uint32_t ja = cornerOf(s + kAheadPt);
+                PrefetchRead(&tris[ja / 3].m_pt[ja % 3]);
+                PrefetchWrite(run + ja / 3);
+            }
+            const std::uint32_t j = cornerOf(s);
+            _sTri* t = run + j / 3;
+            t->pVt[j % 3] = v;
+            v->vecTri.push_back(t);
+        }
+    }
+    return true;
 }
 
 void CKivMeshData::OutputData(std::vector<CKivTri3d>& out) const

@@ -1,6 +1,7 @@
 #include "trimesh/oct_tree.h"
 
 #include "trimesh/prefetch.h"
+#include "trimesh/radix_sort.h"
 
 #include <kivgeo/mesh_data.h>
 
@@ -78,35 +79,6 @@ constexpr int kBulkMaxDepth = 9;
 // Trees up to this deep route through span tables (3 * 2^depth entries).
 constexpr int kSpanMaxDepth = 9;
 constexpr int kDepthBits = 4;
-
-// Stable sort of v by its upper 32 bits, of which only the low nBits
-// matter: least significant digit first, 11 bits a pass.
-void SortByHighBits(CKivBigArray<std::uint64_t>& v, int nBits)
-{
-    constexpr int kDigit = 11;
-    constexpr std::size_t kBuckets = std::size_t(1) << kDigit;
-    CKivBigArray<std::uint64_t> tmp(v.size());
-    std::vector<std::size_t> count(kBuckets);
-    for (int shift = 32; shift < 32 + nBits; shift += kDigit) {
-        std::fill(count.begin(), count.end(), 0);
-        for (std::uint64_t x : v) {
-            ++count[(x >> shift) & (kBuckets - 1)];
-        }
-        if (count[(v.front() >> shift) & (kBuckets - 1)] == v.size()) {
-            continue; // one digit value throughout: nothing moves
-        }
-        std::size_t sum = 0;
-        for (std::size_t& c : count) {
-            const std::size_t here = c;
-            c = sum;
-            sum += here;
-        }
-        for (std::uint64_t x : v) {
-            tmp[count[(x >> shift) & (kBuckets - 1)]++] = x;
-        }
-        v.swap(tmp);
-    }
-}
 
 } // namespace
 
@@ -399,7 +371,7 @@ void CKivOctTree::FillInBulk(CKivBigArray<std::uint64_t>& routes, const std::vec
     if (routes.empty()) {
         return;
     }
-    SortByHighBits(routes, 3 * m_nMaxDepth + kDepthBits);
+    KivSortByHighBits(routes, 3 * m_nMaxDepth + kDepthBits);
     const int shift0 = 3 * (m_nMaxDepth - 1) + kDepthBits;
     unsigned char path[kMaxOctDepth];
     for (std::size_t j = 0; j < routes.size();) {

@@ -19,6 +19,15 @@ inline void PrefetchRead(const void* p)
 #endif
 }
 
+inline void PrefetchWrite(const void* p)
+{
+#if defined(__GNUC__) || defined(__clang__)
+    __builtin_prefetch(p, 1, 1);
+#else
+    (void)p;
+#endif
+}
+
 // How far ahead the walks over triangles ask for the records and corners
 // they will read.
 constexpr std::size_t kAhead = 8;
