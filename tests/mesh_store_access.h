@@ -39,7 +39,8 @@ public:
     void ResetOctTree() { m_m.ResetOctTree(); }
     void InvalidateVertexIndex() { m_m.InvalidateVertexIndex(); }
     // InputData through one way of merging, whatever the soup's size (the
-    // sorted one on an empty mesh; false when it declined).
+    // sorted one on an empty mesh, forced or judging the soup as InputData
+    // does; false, the mesh only cleared or compacted, when it declined).
     void InputHashed(const std::vector<CKivTri3d>& tris, bool bClear)
     {
         Prepare(bClear);
@@ -48,10 +49,10 @@ public:
         }
         m_m.ResetOctTree();
     }
-    bool InputSorted(const std::vector<CKivTri3d>& tris, bool bClear)
+    bool InputSorted(const std::vector<CKivTri3d>& tris, bool bClear, bool bForce)
     {
         Prepare(bClear);
-        const bool done = tris.empty() || m_m.InputSorted(tris, true);
+        const bool done = tris.empty() || m_m.InputSorted(tris, bForce);
         m_m.ResetOctTree();
         return done;
     }
