@@ -27,7 +27,7 @@ constexpr double kOctRatio = 0.2;
 constexpr std::size_t kSortedInputFrom = 1 << 16;
 // How far ahead the sorted merge asks for the corners it will read and the
 // triangles it will write.
-constexpr std::size_t kAheadPt = 16;
+constexpr std::size_t kAheadPt = 48;
 
 } // namespace
 

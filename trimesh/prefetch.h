@@ -29,8 +29,9 @@ inline void PrefetchWrite(const void* p)
 }
 
 // How far ahead the walks over triangles ask for the records and corners
-// they will read.
-constexpr std::size_t kAhead = 8;
+// they will read: a load from memory takes about as long as handling 16
+// triangles that are in cache.
+constexpr std::size_t kAhead = 16;
 
 // Asks for the corners of triangle t (already in cache or asked for earlier).
 inline void PrefetchCorners(const _sTri* t)

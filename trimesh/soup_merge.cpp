@@ -31,6 +31,13 @@ inline std::uint64_t Mix(std::uint64_t x)
     return x;
 }
 
+// std::floor for |x| < 2^52, inline (std::floor is a call without SSE4.1).
+inline double Floor(double x)
+{
+    const double t = static_cast<double>(static_cast<std::int64_t>(x));
+    return t > x ? t - 1.0 : t;
+}
+
 // The cell of v along one axis as a key, and whether v is inside it.
 inline bool AxisCell(double v, std::uint64_t& key)
 {
@@ -39,9 +46,9 @@ inline bool AxisCell(double v, std::uint64_t& key)
         std::memcpy(&key, &v, sizeof key);
         return false;
     }
-    const double cell = std::floor(v * kCellsPerUnit);
+    const double cell = Floor(v * kCellsPerUnit);
     key = static_cast<std::uint64_t>(static_cast<std::int64_t>(cell));
-    return std::floor((v - kReach) * kCellsPerUnit) == cell && std::floor((v + kReach) * kCellsPerUnit) == cell;
+    return Floor((v - kReach) * kCellsPerUnit) == cell && Floor((v + kReach) * kCellsPerUnit) == cell;
 }
 
 inline bool SamePoint(const CKivPoint3d& q, const CKivPoint3d& p)
@@ -114,7 +121,7 @@ bool CKivSoupMerge::Run(const std::vector<CKivTri3d>& tris, bool bForce)
     m_vecMoved.assign(nWord, 0);
     // The groups come in key order, their corners anywhere in the soup: ask
     // for the positions some corners ahead.
-    constexpr std::size_t kAheadPt = 16;
+    constexpr std::size_t kAheadPt = 48;
     std::size_t asked = 0;
     for (std::size_t s = 0; s < n;) {
         const std::uint64_t key = m_vecGroup[s] >> 32;
@@ -156,7 +163,7 @@ void CKivSoupMerge::SortByVertex()
     std::size_t sum = 0;
     for (std::size_t w = 0; w < nWord; ++w) {
         m_vecRankBase[w] = static_cast<std::uint32_t>(sum);
-        sum += static_cast<std::size_t>(__builtin_popcountll(m_vecMaker[w]));
+        sum += static_cast<std::size_t>(PopCount(m_vecMaker[w]));
     }
     m_nMaker = sum;
     // Every vertex's corners are all in closed groups, in input order, or

@@ -37,6 +37,15 @@
 
 namespace TriMesh {
 
+// Set bits of x (without relying on a popcount instruction).
+inline int PopCount(std::uint64_t x)
+{
+    x -= (x >> 1) & 0x5555555555555555ULL;
+    x = (x & 0x3333333333333333ULL) + ((x >> 2) & 0x3333333333333333ULL);
+    x = (x + (x >> 4)) & 0x0f0f0f0f0f0f0f0fULL;
+    return static_cast<int>((x * 0x0101010101010101ULL) >> 56);
+}
+
 class CKivSoupMerge {
 public:
     // Merges the corners of tris (corner j is tris[j / 3].m_pt[j % 3]). False,
@@ -77,7 +86,7 @@ private:
     std::size_t Rank(std::uint32_t j) const
     {
         const std::uint64_t below = m_vecMaker[j >> 6] & ((std::uint64_t(1) << (j & 63)) - 1);
-        return m_vecRankBase[j >> 6] + static_cast<std::size_t>(__builtin_popcountll(below));
+        return m_vecRankBase[j >> 6] + static_cast<std::size_t>(PopCount(below));
     }
 
     // The corners grouped by key, then (SortByVertex) by vertex.
