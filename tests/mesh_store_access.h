@@ -52,9 +52,11 @@ public:
     bool InputSorted(const std::vector<CKivTri3d>& tris, bool bClear, bool bForce)
     {
         Prepare(bClear);
-        const bool done = tris.empty() || m_m.InputSorted(tris, bForce);
+        if (m_m.InputSorted(tris, bForce)) {
+            return true;
+        }
         m_m.ResetOctTree();
-        return done;
+        return tris.empty();
     }
     _sTri* FindTriCoEdge(const _sVertex* a, const _sVertex* b, const _sTri* ex)
     {

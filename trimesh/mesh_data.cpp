@@ -116,7 +116,10 @@ void CKivMeshData::InputData(const std::vector<CKivTri3d>& tris, bool bClear)
     } else {
         CompactTris();
     }
-    if (!tris.empty() && !(tris.size() >= kSortedInputFrom && InputSorted(tris, false))) {
+    if (tris.size() >= kSortedInputFrom && InputSorted(tris, false)) {
+        return;
+    }
+    if (!tris.empty()) {
         InputHashed(tris);
     }
     ResetOctTree();
@@ -195,7 +198,7 @@ void CKivMeshData::InputHashed(const std::vector<CKivTri3d>& tris)
 
 bool CKivMeshData::InputSorted(const std::vector<CKivTri3d>& tris, bool bForce)
 {
-    if (!m_vecVertex.empty()) {
+    if (!m_vecVertex.empty() || !m_vecTri.empty() || tris.empty()) {
         return false;
     }
     CKivSoupMerge merge;
@@ -243,6 +246,35 @@ bool CKivMeshData::InputSorted(const std::vector<CKivTri3d>& tris, bool bForce)
             v->vecTri.push_back(t);
         }
     }
+    merge.ReleaseByVertex();
+
+    // The octree, as ResetOctTree builds it. A triangle whose corners all
+    // kept their bits as vertices has the box of its soup triangle, read in
+    // order here instead of from its scattered vertices (twice: to route it,
+    // and to widen its node's box).
+    DropPlanIndex();
+    delete m_pOctTree;
+    m_pOctTree = nullptr;
+    m_pOctTree = new CKivOctTree;
+    m_pOctTree->Create(m_ptMin, m_ptMax, kOctDepth, kOctRatio);
+    if (!m_pOctTree->CanFillInBulk(n)) {
+        m_pOctTree->InsertAll(m_vecTri);
+        return true;
+    }
+    CKivBigArray<CKivOctBox> boxes;
+    CKivBigArray<std::uint64_t> routes;
+    boxes.reserve(n);
+    routes.reserve(n);
+    for (std::size_t i = 0; i < n; ++i) {
+        const std::uint32_t j = static_cast<std::uint32_t>(3 * i);
+        if (merge.Moved(j) || merge.Moved(j + 1) || merge.Moved(j + 2)) {
+            boxes.push_back(CKivOctBox::OfTri(run[i]));
+        } else {
+            boxes.push_back(CKivOctBox::OfPoints(tris[i].m_pt[0], tris[i].m_pt[1], tris[i].m_pt[2]));
+        }
+        m_pOctTree->AddRoute(boxes.back(), i, routes);
+    }
+    m_pOctTree->FillInBulk(routes, m_vecTri, boxes.data());
     return true;
 }
 

@@ -361,7 +361,8 @@ void CKivOctTree::AddRoute(const CKivOctBox& b, std::size_t i, CKivBigArray<std:
     routes.push_back(key << 32 | i);
 }
 
-void CKivOctTree::FillInBulk(CKivBigArray<std::uint64_t>& routes, const std::vector<_sTri*>& tris)
+void CKivOctTree::FillInBulk(CKivBigArray<std::uint64_t>& routes, const std::vector<_sTri*>& tris,
+                             const CKivOctBox* boxes)
 {
     // A triangle's node depends on its box alone, and the nodes a triangle
     // passes through get their children whatever the order. So route every
@@ -385,6 +386,20 @@ void CKivOctTree::FillInBulk(CKivBigArray<std::uint64_t>& routes, const std::vec
             path[level] = static_cast<unsigned char>((key >> (shift0 - 3 * level)) & 7);
         }
         CKivOctNode* node = StoreNode(depth, path, k - j);
+        if (boxes) {
+            for (; j < k; ++j) {
+                if (j + kAhead < routes.size()) {
+                    const std::uint32_t ia = static_cast<std::uint32_t>(routes[j + kAhead]);
+                    PrefetchRead(&tris[ia]);
+                    PrefetchRead(&boxes[ia]);
+                    PrefetchRead(&boxes[ia].dMax[2]);
+                }
+                const std::uint32_t i = static_cast<std::uint32_t>(routes[j]);
+                node->m_vecTri.push_back(tris[i]);
+                Widen(node->m_boxTri, boxes[i]);
+            }
+            continue;
+        }
         for (; j < k; ++j) {
             // Sorted, the triangles come in no useful order: ask for the
             // records, then for their corners, some triangles ahead.

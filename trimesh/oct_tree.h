@@ -73,6 +73,7 @@ struct CKivOctBox {
     }
     // Bounding box of a triangle's three corners.
     static CKivOctBox OfTri(const _sTri& t);
+    static CKivOctBox OfPoints(const CKivPoint3d& a, const CKivPoint3d& b, const CKivPoint3d& c);
 };
 
 // The spans of a node's children along one axis: low half, high half.
@@ -132,10 +133,12 @@ public:
     // anyway. On a tree for which CanFillInBulk(n) holds (fresh from Create,
     // at most 9 levels), AddRoute(box of tris[i], i, routes) for each i in
     // increasing order, then FillInBulk(routes, tris), stores tris as
-    // InsertAll does.
+    // InsertAll does. Given boxes (boxes[i] the box of tris[i], to the bit),
+    // FillInBulk reads them instead of the triangles' corners.
     bool CanFillInBulk(std::size_t n) const;
     void AddRoute(const CKivOctBox& b, std::size_t i, CKivBigArray<std::uint64_t>& routes) const;
-    void FillInBulk(CKivBigArray<std::uint64_t>& routes, const std::vector<_sTri*>& tris);
+    void FillInBulk(CKivBigArray<std::uint64_t>& routes, const std::vector<_sTri*>& tris,
+                    const CKivOctBox* boxes = nullptr);
     // Removes t, found by the same descent with the same box; false when it is
     // not there.
     bool Remove(const _sTri* t, const CKivOctBox& b);
@@ -179,9 +182,11 @@ private:
 
 inline CKivOctBox CKivOctBox::OfTri(const _sTri& t)
 {
-    const CKivPoint3d& a = t.pVt[0]->pt;
-    const CKivPoint3d& b = t.pVt[1]->pt;
-    const CKivPoint3d& c = t.pVt[2]->pt;
+    return OfPoints(t.pVt[0]->pt, t.pVt[1]->pt, t.pVt[2]->pt);
+}
+
+inline CKivOctBox CKivOctBox::OfPoints(const CKivPoint3d& a, const CKivPoint3d& b, const CKivPoint3d& c)
+{
     // std::min / std::max keep a NaN of the first argument only; any NaN
     // corner must make the box fail every containment test, so propagate it.
     CKivOctBox r;

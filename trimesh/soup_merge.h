@@ -61,6 +61,8 @@ public:
     // order of the corners that make them (as InputData numbers the new
     // vertices), each one's corners in input order, its maker first.
     const CKivBigArray<std::uint64_t>& ByVertex() const { return m_vecGroup; }
+    // Frees that list (Moved still answers).
+    void ReleaseByVertex() { CKivBigArray<std::uint64_t>().swap(m_vecGroup); }
     // Whether corner j's position differs in its bits from its vertex's.
     bool Moved(std::uint32_t j) const { return (m_vecMoved[j >> 6] >> (j & 63)) & 1; }
 
