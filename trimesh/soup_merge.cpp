@@ -88,6 +88,7 @@ void CKivSoupMerge::Clear()
 {
     CKivBigArray<std::uint64_t>().swap(m_vecGroup);
     CKivBigArray<std::uint64_t>().swap(m_vecOpen);
+    CKivBigArray<CKivPoint3d>().swap(m_vecPt);
     std::vector<std::uint64_t>().swap(m_vecMaker);
     std::vector<std::uint64_t>().swap(m_vecMoved);
     std::vector<std::uint32_t>().swap(m_vecRankBase);
@@ -107,12 +108,14 @@ bool CKivSoupMerge::Run(const std::vector<CKivTri3d>& tris, bool bForce)
     const int keyBits = n < (1u << 22) ? 22 : 32;
     const std::uint64_t keyMask = (std::uint64_t(1) << keyBits) - 1;
     m_vecGroup.reserve(n);
+    m_vecPt.reserve(n);
     for (std::uint32_t j = 0; j < n; ++j) {
         const CKivPoint3d& p = CornerPt(tris, j);
         std::uint64_t kx, ky, kz;
         const bool inside = AxisCell(p.x, kx) & AxisCell(p.y, ky) & AxisCell(p.z, kz);
         const std::uint64_t key = Mix(kx ^ Mix(ky ^ Mix(kz + 0x632be59bd9b4e019ULL))) & keyMask;
         m_vecGroup.push_back(key << 32 | j | (inside ? 0 : kMakerBit));
+        m_vecPt.push_back(p);
     }
     KivSortByHighBits(m_vecGroup, keyBits);
 
@@ -132,11 +135,11 @@ bool CKivSoupMerge::Run(const std::vector<CKivTri3d>& tris, bool bForce)
             open = open || (m_vecGroup[e] & kMakerBit);
         }
         for (; asked < n && asked < e + kAheadPt; ++asked) {
-            const CKivPoint3d* p = &CornerPt(tris, static_cast<std::uint32_t>(m_vecGroup[asked]) & kCornerMask);
+            const CKivPoint3d* p = &m_vecPt[static_cast<std::uint32_t>(m_vecGroup[asked]) & kCornerMask];
             PrefetchRead(p);
             PrefetchRead(&p->z);
         }
-        if (open || !MergeGroup(tris, s, e)) {
+        if (open || !MergeGroup(s, e)) {
             for (std::size_t t = s; t < e; ++t) {
                 const std::uint32_t j = CornerOf(m_vecGroup[t]);
                 m_vecGroup[t] = std::uint64_t(kOpen) << 32 | j;
@@ -149,7 +152,8 @@ bool CKivSoupMerge::Run(const std::vector<CKivTri3d>& tris, bool bForce)
         Clear();
         return false;
     }
-    MergeOpen(tris);
+    MergeOpen();
+    CKivBigArray<CKivPoint3d>().swap(m_vecPt);
 
     SortByVertex();
     return true;
@@ -184,7 +188,7 @@ void CKivSoupMerge::SortByVertex()
     KivSortByHighBits(m_vecGroup, BitsFor(m_nMaker));
 }
 
-bool CKivSoupMerge::MergeGroup(const std::vector<CKivTri3d>& tris, std::size_t s, std::size_t e)
+bool CKivSoupMerge::MergeGroup(std::size_t s, std::size_t e)
 {
     struct SMaker {
         std::uint32_t nCorner;
@@ -195,7 +199,7 @@ bool CKivSoupMerge::MergeGroup(const std::vector<CKivTri3d>& tris, std::size_t s
     int nMade = 0;
     for (std::size_t t = s; t < e; ++t) {
         const std::uint32_t j = CornerOf(m_vecGroup[t]);
-        const CKivPoint3d& p = CornerPt(tris, j);
+        const CKivPoint3d& p = m_vecPt[j];
         int m = nMade;
         while (m-- > 0 && !SamePoint(*made[m].pPt, p)) {
         }
@@ -214,14 +218,14 @@ bool CKivSoupMerge::MergeGroup(const std::vector<CKivTri3d>& tris, std::size_t s
     }
     for (std::size_t t = s; t < e; ++t) {
         const std::uint64_t r = m_vecGroup[t];
-        if (!IsMaker(r) && !SameBits(CornerPt(tris, MakerOf(r)), CornerPt(tris, CornerOf(r)))) {
+        if (!IsMaker(r) && !SameBits(m_vecPt[MakerOf(r)], m_vecPt[CornerOf(r)])) {
             SetBit(m_vecMoved, CornerOf(r), true);
         }
     }
     return true;
 }
 
-void CKivSoupMerge::MergeOpen(const std::vector<CKivTri3d>& tris)
+void CKivSoupMerge::MergeOpen()
 {
     if (m_vecOpen.empty()) {
         return;
@@ -231,7 +235,7 @@ void CKivSoupMerge::MergeOpen(const std::vector<CKivTri3d>& tris)
     std::vector<std::uint32_t> maker; // by position in index
     for (std::uint64_t& r : m_vecOpen) {
         const std::uint32_t j = static_cast<std::uint32_t>(r >> 32);
-        const CKivPoint3d& p = CornerPt(tris, j);
+        const CKivPoint3d& p = m_vecPt[j];
         const int f = index.FindLast(p);
         std::uint32_t by = j;
         if (f < 0) {
@@ -240,7 +244,7 @@ void CKivSoupMerge::MergeOpen(const std::vector<CKivTri3d>& tris)
             SetBit(m_vecMaker, j, true);
         } else {
             by = maker[static_cast<std::size_t>(f)];
-            SetBit(m_vecMoved, j, !SameBits(CornerPt(tris, by), p));
+            SetBit(m_vecMoved, j, !SameBits(m_vecPt[by], p));
         }
         r |= by;
     }

@@ -74,8 +74,8 @@ private:
 
     // Merges the closed group [s, e) of m_vecGroup; false when it has more
     // than kMaxMakers makers (the group is left for the caller to open).
-    bool MergeGroup(const std::vector<CKivTri3d>& tris, std::size_t s, std::size_t e);
-    void MergeOpen(const std::vector<CKivTri3d>& tris);
+    bool MergeGroup(std::size_t s, std::size_t e);
+    void MergeOpen();
     // Turns the merged groups and open corners into the ByVertex list.
     void SortByVertex();
 
@@ -91,6 +91,10 @@ private:
         return m_vecRankBase[j >> 6] + static_cast<std::size_t>(PopCount(below));
     }
 
+    // The corner positions in input order, until the merge is done: the
+    // merge reads them in no useful order, and this copy lies in large
+    // pages (fewer address-translation misses than the caller's soup).
+    CKivBigArray<CKivPoint3d> m_vecPt;
     // The corners grouped by key, then (SortByVertex) by vertex.
     CKivBigArray<std::uint64_t> m_vecGroup;
     // The corners of open groups, in input order (corner << 32 | maker).
