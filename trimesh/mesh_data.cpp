@@ -22,9 +22,10 @@ constexpr std::size_t kNoDeadTri = std::numeric_limits<std::size_t>::max();
 constexpr int kOctDepth = 8;
 constexpr double kOctRatio = 0.2;
 
-// From this many triangles InputData merges by sorting when it can (below,
-// the hashed lookups work in cache and are as fast).
-constexpr std::size_t kSortedInputFrom = 1 << 16;
+// From this many triangles InputData merges by sorting when it can (it is
+// the faster way from a few hundred triangles on; below, either takes
+// microseconds).
+constexpr std::size_t kSortedInputFrom = 1024;
 // How far ahead the sorted merge asks for the corners it will read and the
 // triangles it will write.
 constexpr std::size_t kAheadPt = 48;
