@@ -104,7 +104,7 @@ bool CKivSoupMerge::Run(const std::vector<CKivTri3d>& tris, bool bForce)
     }
     const std::uint32_t n = static_cast<std::uint32_t>(nCorner);
     // Keys of 22 bits sort in two passes; colliding cells only share a group
-    // (see above), which costs little while there are several keys a cell.
+    // (see above), which costs little while keys outnumber cells.
     const int keyBits = n < (1u << 22) ? 22 : 32;
     const std::uint64_t keyMask = (std::uint64_t(1) << keyBits) - 1;
     m_vecGroup.reserve(n);
