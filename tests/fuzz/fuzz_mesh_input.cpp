@@ -122,12 +122,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (in.Flag() && !all.empty()) {
         static const double kNudge[] = {0.0, 0.0, 1e-7, -9e-7, 1.1e-6, -2.5e-6, 1.0 / 1024, 0.5};
         std::vector<CKivTri3d> big;
-        for (unsigned copy = 0; big.size() < 1100; ++copy) {
+        for (unsigned round = 0; big.size() < 1100; ++round) {
             const unsigned pick = in.Below(8);
-            const double d = kNudge[pick] * (copy % 2 ? in.Scale() : 1.0);
+            const double d = kNudge[pick] * (round % 2 ? in.Scale() : 1.0);
             for (const CKivTri3d& t : all) {
                 CKivTri3d u = t;
-                u.m_pt[copy % 3].x += d;
+                u.m_pt[round % 3].x += d;
                 big.push_back(u);
             }
         }
