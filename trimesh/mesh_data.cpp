@@ -210,11 +210,10 @@ bool CKivMeshData::InputSorted(const std::vector<CKivTri3d>& tris, bool bForce)
 
     // The triangles side by side in input order; their corners are set as
     // the vertices come.
-    const std::size_t first = m_vecTri.size();
     _sTri* run = m_pTriPool->NewRun(n);
-    m_vecTri.reserve(first + n);
+    m_vecTri.reserve(n);
     for (std::size_t i = 0; i < n; ++i) {
-        run[i].nPos = static_cast<std::int32_t>(first + i);
+        run[i].nPos = static_cast<std::int32_t>(i);
         m_vecTri.push_back(run + i);
     }
 

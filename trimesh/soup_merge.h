@@ -24,6 +24,8 @@
 // together in input order through a hash grid. Values of magnitude 2^30 or
 // more, infinities and NaN are never inside a cell; groups with more than
 // kMaxMakers makers are made open too (crowded data gains nothing here).
+// Last, the makers are numbered in input order (the vertex numbers of the
+// mesh) and the corners sorted by vertex, for the store to attach them.
 #ifndef KIVGEO_TRIMESH_SOUP_MERGE_H
 #define KIVGEO_TRIMESH_SOUP_MERGE_H
 
