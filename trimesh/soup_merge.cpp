@@ -4,6 +4,7 @@
 #include "trimesh/radix_sort.h"
 #include "trimesh/vertex_index.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -103,6 +104,9 @@ bool CKivSoupMerge::Run(const std::vector<CKivTri3d>& tris, bool bForce)
         return false;
     }
     const std::uint32_t n = static_cast<std::uint32_t>(nCorner);
+    if (!bForce && Crowded(tris)) {
+        return false;
+    }
     // Keys of 22 bits sort in two passes; colliding cells only share a group
     // (see above), which costs little while keys outnumber cells.
     const int keyBits = n < (1u << 22) ? 22 : 32;
@@ -186,6 +190,28 @@ void CKivSoupMerge::SortByVertex()
     }
     CKivBigArray<std::uint64_t>().swap(m_vecOpen);
     KivSortByHighBits(m_vecGroup, BitsFor(m_nMaker));
+}
+
+bool CKivSoupMerge::Crowded(const std::vector<CKivTri3d>& tris)
+{
+    // Corners spread over the soup: a quarter of them not inside their
+    // cells, or cells holding many of them, and most groups would be open.
+    constexpr std::size_t kSample = 1024;
+    const std::size_t n = 3 * tris.size();
+    if (n < 4 * kSample) {
+        return false;
+    }
+    std::uint64_t key[kSample];
+    std::size_t outside = 0;
+    for (std::size_t i = 0; i < kSample; ++i) {
+        const CKivPoint3d& p = CornerPt(tris, static_cast<std::uint32_t>(i * n / kSample));
+        std::uint64_t kx, ky, kz;
+        outside += (AxisCell(p.x, kx) & AxisCell(p.y, ky) & AxisCell(p.z, kz)) ? 0 : 1;
+        key[i] = Mix(kx ^ Mix(ky ^ Mix(kz)));
+    }
+    std::sort(key, key + kSample);
+    const std::size_t cells = static_cast<std::size_t>(std::unique(key, key + kSample) - key);
+    return 4 * outside > kSample || 16 * cells < kSample;
 }
 
 bool CKivSoupMerge::MergeGroup(std::size_t s, std::size_t e)

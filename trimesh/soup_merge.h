@@ -52,8 +52,9 @@ class CKivSoupMerge {
 public:
     // Merges the corners of tris (corner j is tris[j / 3].m_pt[j % 3]). False,
     // keeping nothing, when the soup is too large for 31-bit corner numbers,
-    // or when more than a quarter of its corners fall in open groups and
-    // bForce is not set (the plain merge is then as good).
+    // or, unless bForce is set, when a sample of its corners or the groups
+    // show that more than a quarter of them fall in open groups (the plain
+    // merge is then as good).
     bool Run(const std::vector<CKivTri3d>& tris, bool bForce);
     void Clear();
 
@@ -74,6 +75,9 @@ private:
     static constexpr std::uint32_t kCornerMask = 0x7fffffffu;
     static constexpr int kMaxMakers = 32;
 
+    // Whether a sample of the corners shows a soup that would leave most of
+    // its corners in open groups (crowded, or on cell borders).
+    static bool Crowded(const std::vector<CKivTri3d>& tris);
     // Merges the closed group [s, e) of m_vecGroup; false when it has more
     // than kMaxMakers makers (the group is left for the caller to open).
     bool MergeGroup(std::size_t s, std::size_t e);
