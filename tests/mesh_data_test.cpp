@@ -1059,3 +1059,163 @@ TEST(MeshStorePools, RecordsAcrossGrowingChunks)
     tp.Clear();
     EXPECT_EQ(tp.New()->nPos, -1);
 }
+
+namespace {
+
+// Two meshes built from the same soup hold the same thing: vertices (to the
+// bit) and their numbers, triangles and their corners, every vertex's
+// triangle list, the extent and the octree, triangles compared by slot.
+void ExpectSameMesh(CKivMeshData& a, CKivMeshData& b)
+{
+    CKivMeshDataInspector ia(a), ib(b);
+    const auto bits = [](const CKivPoint3d& p, const CKivPoint3d& q) {
+        return std::memcmp(&p, &q, sizeof p) == 0;
+    };
+    ASSERT_TRUE(bits(a.GetMinLimit(), b.GetMinLimit()));
+    ASSERT_TRUE(bits(a.GetMaxLimit(), b.GetMaxLimit()));
+    ASSERT_EQ(ia.Verts().size(), ib.Verts().size());
+    ASSERT_EQ(ia.Tris().size(), ib.Tris().size());
+    for (std::size_t i = 0; i < ia.Verts().size(); ++i) {
+        const _sVertex* u = ia.Verts()[i];
+        const _sVertex* v = ib.Verts()[i];
+        ASSERT_TRUE(bits(u->pt, v->pt)) << "vertex " << i;
+        ASSERT_EQ(u->nIndex, v->nIndex);
+        ASSERT_EQ(u->vecTri.size(), v->vecTri.size()) << "vertex " << i;
+        for (std::size_t k = 0; k < u->vecTri.size(); ++k) {
+            ASSERT_EQ(u->vecTri[k]->nPos, v->vecTri[k]->nPos) << "vertex " << i;
+        }
+    }
+    for (std::size_t i = 0; i < ia.Tris().size(); ++i) {
+        ASSERT_EQ(ia.Tris()[i]->nPos, static_cast<int>(i));
+        ASSERT_EQ(ib.Tris()[i]->nPos, static_cast<int>(i));
+        for (int k = 0; k < 3; ++k) {
+            ASSERT_EQ(ia.Tris()[i]->pVt[k]->nIndex, ib.Tris()[i]->pVt[k]->nIndex) << "triangle " << i;
+        }
+    }
+    ASSERT_EQ(ia.Tree() == nullptr, ib.Tree() == nullptr);
+    if (!ia.Tree()) {
+        return;
+    }
+    std::vector<std::pair<const CKivOctNode*, int>> na, nb;
+    AllNodes(*ia.Tree()->Root(), 0, na);
+    AllNodes(*ib.Tree()->Root(), 0, nb);
+    ASSERT_EQ(na.size(), nb.size());
+    for (std::size_t i = 0; i < na.size(); ++i) {
+        const CKivOctNode& x = *na[i].first;
+        const CKivOctNode& y = *nb[i].first;
+        ASSERT_TRUE(SameBits(x.m_box, y.m_box) && SameBits(x.m_boxTri, y.m_boxTri) &&
+                    SameBits(x.m_boxSub, y.m_boxSub));
+        ASSERT_EQ(x.m_nSubTri, y.m_nSubTri);
+        ASSERT_EQ(x.m_vecTri.size(), y.m_vecTri.size());
+        for (std::size_t k = 0; k < x.m_vecTri.size(); ++k) {
+            ASSERT_EQ(x.m_vecTri[k]->nPos, y.m_vecTri[k]->nPos);
+        }
+    }
+}
+
+} // namespace
+
+// The sorted merge of large soups against the hashed one and the plain scan,
+// on soups built to hit its cases: corners on and near the borders of its
+// cells (2^-10), near-duplicates around the tolerance, coordinates below 1,
+// crowded cells (more makers than a group takes), collinear and degenerate
+// triangles, huge, infinite and NaN values.
+TEST(MeshData, SortedMergeMatchesHashedAndScan)
+{
+    std::mt19937 rng(4242);
+    std::uniform_real_distribution<double> u(-1.0, 1.0);
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const double inf = std::numeric_limits<double>::infinity();
+    const double cell = 1.0 / 1024;
+    struct Case {
+        const char* name;
+        std::vector<CKivTri3d> tris;
+    };
+    std::vector<Case> cases;
+    cases.push_back({"utm", RandomSoup(rng, 30, 20, 500000.0, 3000000.0, 10.0, 0.0)});
+    cases.push_back({"jittered", RandomSoup(rng, 25, 20, 500000.0, 3000000.0, 1e-3, 1.5e-6)});
+    cases.push_back({"small", RandomSoup(rng, 20, 20, -0.01, -0.01, 1e-3, 1e-6)});
+    cases.push_back({"tiny", RandomSoup(rng, 12, 12, 0.0, 0.0, 1e-7, 3e-8)});
+    // Flat patches: several vertices a cell, and far more than a group takes.
+    const auto flat = [](std::vector<CKivTri3d> tris) {
+        for (CKivTri3d& t : tris) {
+            for (CKivPoint3d& p : t.m_pt) {
+                p.z = 0.3;
+            }
+        }
+        return tris;
+    };
+    cases.push_back({"several a cell", flat(RandomSoup(rng, 30, 30, 7.0, 7.0, 2e-4, 1e-6))});
+    cases.push_back({"crowded", flat(RandomSoup(rng, 30, 30, 7.0004, 7.0004, 1e-5, 1e-6))});
+    // Corners on cell borders, nudged by amounts around the reach of a cell.
+    std::vector<CKivTri3d> border;
+    const double nudges[] = {0.0, 1e-7, -1e-7, 9e-7, -9e-7, 1.1e-6, -1.1e-6, 2.5e-6, -2.5e-6};
+    std::uniform_int_distribution<int> pickNudge(0, 8), pickCell(-3, 3);
+    const auto near = [&](double base) { return base + pickCell(rng) * cell + nudges[pickNudge(rng)]; };
+    for (int i = 0; i < 1500; ++i) {
+        CKivPoint3d p[3];
+        for (CKivPoint3d& q : p) {
+            q = P(near(1000.0), near(-3.0), near(0.0));
+        }
+        border.emplace_back(p[0], p[1], p[2]);
+    }
+    cases.push_back({"cell borders", border});
+    // Degenerate and odd triangles mixed into a TIN.
+    std::vector<CKivTri3d> odd = RandomSoup(rng, 20, 20, 100.0, 200.0, 1.0, 1e-6);
+    for (std::size_t i = 0; i < odd.size(); i += 5) {
+        CKivTri3d& t = odd[i];
+        switch (i % 4) {
+        case 0:
+            t.m_pt[2] = t.m_pt[0]; // two corners one vertex
+            break;
+        case 1:
+            t.m_pt[1].x = (i % 3) ? nan : inf;
+            break;
+        case 2:
+            t.m_pt[0] = P(1e300 * u(rng), -1e300, DBL_MAX);
+            break;
+        default:
+            t.m_pt[1] = P(0.5 * (t.m_pt[0].x + t.m_pt[2].x), 0.5 * (t.m_pt[0].y + t.m_pt[2].y), t.m_pt[0].z);
+        }
+    }
+    odd.insert(odd.end(), odd.begin(), odd.begin() + 100); // duplicated triangles
+    cases.push_back({"odd", odd});
+    std::vector<CKivTri3d> point(200, CKivTri3d(P(3.0, -0.0, 0.0), P(3.0, 0.0, -0.0), P(3.0, -0.0, -0.0)));
+    cases.push_back({"one point", point});
+
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        RefMesh ref;
+        ref.Input(c.tris);
+        CKivMeshData sorted, hashed;
+        ASSERT_TRUE(CKivMeshDataInspector(sorted).InputSorted(c.tris, true, true));
+        CKivMeshDataInspector(hashed).InputHashed(c.tris, true);
+        ExpectMatchesReference(sorted, ref, c.tris);
+        ExpectSameMesh(sorted, hashed);
+        ExpectConsistent(sorted);
+        // Lookups afterwards find what the plain scan finds.
+        for (std::size_t i = 0; i < c.tris.size(); i += 7) {
+            const CKivPoint3d& p = c.tris[i].m_pt[i % 3];
+            ASSERT_EQ(sorted.GetVertexIndex(p), ref.Find(p));
+        }
+        // On top of a mesh that has vertices the sorted merge steps aside.
+        EXPECT_FALSE(CKivMeshDataInspector(sorted).InputSorted(c.tris, false, true));
+        EXPECT_EQ(CKivMeshDataInspector(sorted).Tris().size(), c.tris.size());
+    }
+}
+
+// InputData takes the sorted merge for large soups, unless they crowd, and
+// gives what the hashed merge gives either way.
+TEST(MeshData, LargeSoupsTakeTheSortedMerge)
+{
+    std::mt19937 rng(77);
+    const std::vector<CKivTri3d> tin = RandomSoup(rng, 40, 30, 500000.0, 3000000.0, 10.0, 1e-6);
+    const std::vector<CKivTri3d> crowded = RandomSoup(rng, 40, 30, 0.0, 0.0, 1e-9, 0.0);
+    for (const std::vector<CKivTri3d>* tris : {&tin, &crowded}) {
+        CKivMeshData m, hashed, probe;
+        m.InputData(*tris, true);
+        CKivMeshDataInspector(hashed).InputHashed(*tris, true);
+        ExpectSameMesh(m, hashed);
+        EXPECT_EQ(CKivMeshDataInspector(probe).InputSorted(*tris, true, false), tris == &tin);
+    }
+}

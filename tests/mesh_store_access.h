@@ -38,6 +38,26 @@ public:
     void ClearTriData() { m_m.ClearTriData(); }
     void ResetOctTree() { m_m.ResetOctTree(); }
     void InvalidateVertexIndex() { m_m.InvalidateVertexIndex(); }
+    // InputData through one way of merging, whatever the soup's size (the
+    // sorted one on an empty mesh, forced or judging the soup as InputData
+    // does; false, the mesh only cleared or compacted, when it declined).
+    void InputHashed(const std::vector<CKivTri3d>& tris, bool bClear)
+    {
+        Prepare(bClear);
+        if (!tris.empty()) {
+            m_m.InputHashed(tris);
+        }
+        m_m.ResetOctTree();
+    }
+    bool InputSorted(const std::vector<CKivTri3d>& tris, bool bClear, bool bForce)
+    {
+        Prepare(bClear);
+        if (m_m.InputSorted(tris, bForce)) {
+            return true;
+        }
+        m_m.ResetOctTree();
+        return tris.empty();
+    }
     _sTri* FindTriCoEdge(const _sVertex* a, const _sVertex* b, const _sTri* ex)
     {
         return m_m.FindTriCoEdge(a, b, ex);
@@ -58,6 +78,8 @@ public:
     void UsePlanIndex(bool grid) { grid ? BuildPlanIndex() : DropPlanIndex(); }
 
 private:
+    void Prepare(bool bClear) { bClear ? m_m.ClearAllData() : m_m.CompactTris(); }
+
     CKivMeshData& m_m;
 };
 

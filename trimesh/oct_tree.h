@@ -73,6 +73,7 @@ struct CKivOctBox {
     }
     // Bounding box of a triangle's three corners.
     static CKivOctBox OfTri(const _sTri& t);
+    static CKivOctBox OfPoints(const CKivPoint3d& a, const CKivPoint3d& b, const CKivPoint3d& c);
 };
 
 // The spans of a node's children along one axis: low half, high half.
@@ -209,9 +210,11 @@ private:
 
 inline CKivOctBox CKivOctBox::OfTri(const _sTri& t)
 {
-    const CKivPoint3d& a = t.pVt[0]->pt;
-    const CKivPoint3d& b = t.pVt[1]->pt;
-    const CKivPoint3d& c = t.pVt[2]->pt;
+    return OfPoints(t.pVt[0]->pt, t.pVt[1]->pt, t.pVt[2]->pt);
+}
+
+inline CKivOctBox CKivOctBox::OfPoints(const CKivPoint3d& a, const CKivPoint3d& b, const CKivPoint3d& c)
+{
     // std::min / std::max keep a NaN of the first argument only; any NaN
     // corner must make the box fail every containment test, so propagate it.
     CKivOctBox r;

@@ -19,9 +19,19 @@ inline void PrefetchRead(const void* p)
 #endif
 }
 
+inline void PrefetchWrite(const void* p)
+{
+#if defined(__GNUC__) || defined(__clang__)
+    __builtin_prefetch(p, 1, 1);
+#else
+    (void)p;
+#endif
+}
+
 // How far ahead the walks over triangles ask for the records and corners
-// they will read.
-constexpr std::size_t kAhead = 8;
+// they will read: a load from memory takes about as long as handling 16
+// triangles that are in cache.
+constexpr std::size_t kAhead = 16;
 
 // Asks for the corners of triangle t (already in cache or asked for earlier).
 inline void PrefetchCorners(const _sTri* t)

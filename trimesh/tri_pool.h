@@ -38,6 +38,23 @@ public:
         }
         return new (m_vecChunk.back().first + m_nUsed++) _sTri;
     }
+    // n records as _sTri() makes them, side by side in one chunk of their
+    // own (a bulk load reaches record i of the run at run + i).
+    _sTri* NewRun(std::size_t n)
+    {
+        if (n == 0) {
+            return nullptr;
+        }
+        m_vecChunk.reserve(m_vecChunk.size() + 1);
+        _sTri* run = static_cast<_sTri*>(KivAllocBlock(n * sizeof(_sTri), alignof(_sTri)));
+        for (std::size_t i = 0; i < n; ++i) {
+            new (run + i) _sTri;
+        }
+        // Full: the next New starts a fresh chunk.
+        m_vecChunk.emplace_back(run, n);
+        m_nLast = m_nUsed = n;
+        return run;
+    }
     // Takes a record back; its address may be handed out again.
     void Delete(_sTri* t) { m_vecFree.push_back(t); }
     // Releases every record at once.

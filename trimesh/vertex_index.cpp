@@ -44,6 +44,13 @@ inline std::uint64_t Mix(std::uint64_t x)
     return x;
 }
 
+// Point equality. Equal doubles are equal under CompDouble: settle those
+// inline, which is how the corners of an exported surface meet again.
+inline bool SamePoint(const CKivPoint3d& q, const CKivPoint3d& p)
+{
+    return (q.x == p.x && q.y == p.y && q.z == p.z) || q == p;
+}
+
 inline std::uint64_t Bits(double v)
 {
     std::uint64_t b;
@@ -242,15 +249,33 @@ void CKivVertexGrid::Rebuild(const std::vector<_sVertex*>& verts, std::size_t nB
     for (std::size_t pos = keep; pos < n; ++pos) {
         m_vecEntry[pos].pt = verts[pos]->pt;
     }
+    Relink(std::max(n, nBucketsFor));
+}
+
+void CKivVertexGrid::Relink(std::size_t nBucketsFor)
+{
     std::size_t buckets = 16;
-    while (buckets < 2 * std::max(n, nBucketsFor)) {
+    while (buckets < 2 * nBucketsFor) {
         buckets *= 2;
     }
     m_vecHead.assign(buckets, -1);
     m_nMask = buckets - 1;
-    for (std::size_t pos = 0; pos < n; ++pos) {
+    for (std::size_t pos = 0; pos < m_vecEntry.size(); ++pos) {
         Link(pos);
     }
+}
+
+void CKivVertexGrid::Append(const CKivPoint3d& p)
+{
+    const std::size_t n = m_vecEntry.size();
+    m_vecEntry.push_back(Entry{p, -1});
+    // As Sync: more than half as many points as buckets, grow.
+    if (2 * (n + 1) > m_vecHead.size()) {
+        Relink(2 * (n + 1));
+    } else {
+        Link(n);
+    }
+    m_nSynced.store(n + 1, std::memory_order_release);
 }
 
 void CKivVertexGrid::Sync(const std::vector<_sVertex*>& verts)
@@ -313,10 +338,7 @@ int CKivVertexIndex::Find3D(const std::vector<_sVertex*>& verts, const CKivPoint
         return -1;
     }
     Ensure(m_grid3D, verts);
-    // Equal doubles are equal under CompDouble: settle those inline, which is
-    // how the corners of an exported surface meet again.
-    return m_grid3D.FindLast(
-        p, [&p](const CKivPoint3d& q) { return (q.x == p.x && q.y == p.y && q.z == p.z) || q == p; });
+    return m_grid3D.FindLast(p, [&p](const CKivPoint3d& q) { return SamePoint(q, p); });
 }
 
 int CKivVertexIndex::Find2D(const std::vector<_sVertex*>& verts, const CKivPoint3d& p)
@@ -334,6 +356,13 @@ int CKivVertexIndex::Find2D(const std::vector<_sVertex*>& verts, const CKivPoint
     }
     Ensure(m_grid2D, verts);
     return m_grid2D.FindLast(p, near);
+}
+
+CKivPointIndex::CKivPointIndex() : m_grid(3, kCell3D, kReach3D, true) {}
+
+int CKivPointIndex::FindLast(const CKivPoint3d& p) const
+{
+    return m_grid.FindLast(p, [&p](const CKivPoint3d& q) { return SamePoint(q, p); });
 }
 
 void CKivVertexIndex::Invalidate()

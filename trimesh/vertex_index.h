@@ -61,6 +61,9 @@ public:
     void Invalidate() { m_nSynced.store(kStale, std::memory_order_release); }
     // Forgets everything and releases the storage.
     void Clear();
+    // For a grid over a list of points rather than vertices (never Sync it
+    // then): indexes p as the next list position.
+    void Append(const CKivPoint3d& p);
     // Cache hints for a run of lookups, in two steps some lookups apart:
     // PrefetchHead asks for the chain head of p's own cell and returns its
     // bucket (kNoBucket for NaN or an empty grid); PrefetchEntry then asks
@@ -103,6 +106,8 @@ private:
     void AddCells(std::uint64_t nSpace, double a, double b, Cell* out, int& n) const;
     std::size_t Bucket(const Cell* c) const;
     void Rebuild(const std::vector<_sVertex*>& verts, std::size_t nBucketsFor);
+    // New buckets for nBucketsFor entries, every entry linked again.
+    void Relink(std::size_t nBucketsFor);
     void Link(std::size_t pos);
 
     int m_nAxes;
@@ -145,6 +150,21 @@ private:
     CKivVertexGrid m_grid3D;
     CKivVertexGrid m_grid2D;
     std::mutex m_mutex;
+};
+
+// Point equality lookups over a list of points that only grows, outside any
+// mesh (the corners InputData merges apart from the mesh): the 3D grid of
+// CKivVertexIndex over the points appended so far.
+class CKivPointIndex {
+public:
+    CKivPointIndex();
+    // Highest position whose point == p, or -1.
+    int FindLast(const CKivPoint3d& p) const;
+    // Appends p as the next position.
+    void Append(const CKivPoint3d& p) { m_grid.Append(p); }
+
+private:
+    CKivVertexGrid m_grid;
 };
 
 template <class Test> int CKivVertexGrid::FindLast(const CKivPoint3d& p, Test test) const

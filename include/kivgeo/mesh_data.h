@@ -205,6 +205,14 @@ private:
     void ReleaseVertexIndex();
     // Closes the null slots DelTri leaves in m_vecTri.
     void CompactTris();
+    // The two ways InputData loads the soup (the mesh already cleared or
+    // compacted). Hashed: one index lookup per corner, for any mesh; the
+    // octree is left to the caller. Sorted: the same mesh and octree on an
+    // empty mesh, by sorting the corners; false, changing nothing, when the
+    // mesh is not empty, the soup is, or the soup does not suit it and
+    // bForce is not set.
+    void InputHashed(const std::vector<CKivTri3d>& tris);
+    bool InputSorted(const std::vector<CKivTri3d>& tris, bool bForce);
 
     std::vector<_sVertex*> m_vecVertex;
     std::vector<_sTri*> m_vecTri;

@@ -114,5 +114,44 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     CheckLoaded(mesh, all);
     mesh.ClearAllData();
     KIV_FUZZ_CHECK(mesh.TriNum() == 0);
+
+    // A soup large enough for the sorted merge: the soup again and again,
+    // each copy with one coordinate nudged by a step around the tolerance or
+    // the merge's cell (2^-10). Loaded at once it must give what loading its
+    // first triangle and then appending the rest (the hashed merge) gives.
+    if (in.Flag() && !all.empty()) {
+        static const double kNudge[] = {0.0, 0.0, 1e-7, -9e-7, 1.1e-6, -2.5e-6, 1.0 / 1024, 0.5};
+        std::vector<CKivTri3d> big;
+        for (unsigned round = 0; big.size() < 1100; ++round) {
+            const unsigned pick = in.Below(8);
+            const double d = kNudge[pick] * (round % 2 ? in.Scale() : 1.0);
+            for (const CKivTri3d& t : all) {
+                CKivTri3d u = t;
+                u.m_pt[round % 3].x += d;
+                big.push_back(u);
+            }
+        }
+        TriMesh::CKivMeshData one, two;
+        one.InputData(big, true);
+        CheckLoaded(one, big);
+        two.InputData(std::vector<CKivTri3d>(big.begin(), big.begin() + 1), true);
+        two.InputData(std::vector<CKivTri3d>(big.begin() + 1, big.end()), false);
+        std::vector<CKivPoint3d> p1, p2;
+        one.OutputPoints(p1);
+        two.OutputPoints(p2);
+        KIV_FUZZ_CHECK(p1.size() == p2.size());
+        for (std::size_t i = 0; i < p1.size() && i < p2.size(); ++i) {
+            KIV_FUZZ_CHECK(SamePt(p1[i], p2[i]));
+        }
+        std::vector<CKivTri3d> t1, t2;
+        one.OutputData(t1);
+        two.OutputData(t2);
+        KIV_FUZZ_CHECK(t1.size() == t2.size());
+        for (std::size_t i = 0; i < t1.size() && i < t2.size(); ++i) {
+            for (int k = 0; k < 3; ++k) {
+                KIV_FUZZ_CHECK(SamePt(t1[i].m_pt[k], t2[i].m_pt[k]));
+            }
+        }
+    }
     return 0;
 }
