@@ -52,6 +52,15 @@ inline bool AxisCell(double v, std::uint64_t& key)
     return Floor((v - kReach) * kCellsPerUnit) == cell && Floor((v + kReach) * kCellsPerUnit) == cell;
 }
 
+// Every axis keyed, also past the first one that is not inside.
+inline bool InsideCell(const CKivPoint3d& p, std::uint64_t& kx, std::uint64_t& ky, std::uint64_t& kz)
+{
+    const bool x = AxisCell(p.x, kx);
+    const bool y = AxisCell(p.y, ky);
+    const bool z = AxisCell(p.z, kz);
+    return x && y && z;
+}
+
 inline bool SamePoint(const CKivPoint3d& q, const CKivPoint3d& p)
 {
     return (q.x == p.x && q.y == p.y && q.z == p.z) || q == p;
@@ -116,7 +125,7 @@ bool CKivSoupMerge::Run(const std::vector<CKivTri3d>& tris, bool bForce)
     for (std::uint32_t j = 0; j < n; ++j) {
         const CKivPoint3d& p = CornerPt(tris, j);
         std::uint64_t kx, ky, kz;
-        const bool inside = AxisCell(p.x, kx) & AxisCell(p.y, ky) & AxisCell(p.z, kz);
+        const bool inside = InsideCell(p, kx, ky, kz);
         const std::uint64_t key = Mix(kx ^ Mix(ky ^ Mix(kz + 0x632be59bd9b4e019ULL))) & keyMask;
         m_vecGroup.push_back(key << 32 | j | (inside ? 0 : kMakerBit));
         m_vecPt.push_back(p);
@@ -206,7 +215,7 @@ bool CKivSoupMerge::Crowded(const std::vector<CKivTri3d>& tris)
     for (std::size_t i = 0; i < kSample; ++i) {
         const CKivPoint3d& p = CornerPt(tris, static_cast<std::uint32_t>(i * n / kSample));
         std::uint64_t kx, ky, kz;
-        outside += (AxisCell(p.x, kx) & AxisCell(p.y, ky) & AxisCell(p.z, kz)) ? 0 : 1;
+        outside += InsideCell(p, kx, ky, kz) ? 0 : 1;
         key[i] = Mix(kx ^ Mix(ky ^ Mix(kz)));
     }
     std::sort(key, key + kSample);
