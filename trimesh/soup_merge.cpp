@@ -22,16 +22,6 @@ constexpr double kCellsPerUnit = 1024.0;
 constexpr double kReach = 2e-6;
 constexpr double kInsideBelow = 1073741824.0; // 2^30
 
-inline std::uint64_t Mix(std::uint64_t x)
-{
-    x ^= x >> 30;
-    x *= 0xbf58476d1ce4e5b9ULL;
-    x ^= x >> 27;
-    x *= 0x94d049bb133111ebULL;
-    x ^= x >> 31;
-    return x;
-}
-
 // std::floor for |x| < 2^52, inline (std::floor is a call without SSE4.1).
 inline double Floor(double x)
 {
@@ -59,11 +49,6 @@ inline bool InsideCell(const CKivPoint3d& p, std::uint64_t& kx, std::uint64_t& k
     const bool y = AxisCell(p.y, ky);
     const bool z = AxisCell(p.z, kz);
     return x && y && z;
-}
-
-inline bool SamePoint(const CKivPoint3d& q, const CKivPoint3d& p)
-{
-    return (q.x == p.x && q.y == p.y && q.z == p.z) || q == p;
 }
 
 inline bool SameBits(const CKivPoint3d& q, const CKivPoint3d& p)
@@ -126,7 +111,7 @@ bool CKivSoupMerge::Run(const std::vector<CKivTri3d>& tris, bool bForce)
         const CKivPoint3d& p = CornerPt(tris, j);
         std::uint64_t kx, ky, kz;
         const bool inside = InsideCell(p, kx, ky, kz);
-        const std::uint64_t key = Mix(kx ^ Mix(ky ^ Mix(kz + 0x632be59bd9b4e019ULL))) & keyMask;
+        const std::uint64_t key = KivMixKey(kx ^ KivMixKey(ky ^ KivMixKey(kz + 0x632be59bd9b4e019ULL))) & keyMask;
         m_vecGroup.push_back(key << 32 | j | (inside ? 0 : kMakerBit));
         m_vecPt.push_back(p);
     }
@@ -216,7 +201,7 @@ bool CKivSoupMerge::Crowded(const std::vector<CKivTri3d>& tris)
         const CKivPoint3d& p = CornerPt(tris, static_cast<std::uint32_t>(i * n / kSample));
         std::uint64_t kx, ky, kz;
         outside += InsideCell(p, kx, ky, kz) ? 0 : 1;
-        key[i] = Mix(kx ^ Mix(ky ^ Mix(kz)));
+        key[i] = KivMixKey(kx ^ KivMixKey(ky ^ KivMixKey(kz)));
     }
     std::sort(key, key + kSample);
     const std::size_t cells = static_cast<std::size_t>(std::unique(key, key + kSample) - key);
@@ -236,7 +221,7 @@ bool CKivSoupMerge::MergeGroup(std::size_t s, std::size_t e)
         const std::uint32_t j = CornerOf(m_vecGroup[t]);
         const CKivPoint3d& p = m_vecPt[j];
         int m = nMade;
-        while (m-- > 0 && !SamePoint(*made[m].pPt, p)) {
+        while (m-- > 0 && !KivSamePoint(*made[m].pPt, p)) {
         }
         if (m >= 0) {
             m_vecGroup[t] = std::uint64_t(made[m].nCorner) << 32 | j;

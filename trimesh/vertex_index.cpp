@@ -34,23 +34,6 @@ constexpr double kOneBelow = 0x1.fffffffffffffp-1;
 
 enum : std::uint64_t { kSpaceAbs = 0, kSpaceRel = 1, kSpaceSmall = 2, kSpaceExact = 3 };
 
-inline std::uint64_t Mix(std::uint64_t x)
-{
-    x ^= x >> 30;
-    x *= 0xbf58476d1ce4e5b9ULL;
-    x ^= x >> 27;
-    x *= 0x94d049bb133111ebULL;
-    x ^= x >> 31;
-    return x;
-}
-
-// Point equality. Equal doubles are equal under CompDouble: settle those
-// inline, which is how the corners of an exported surface meet again.
-inline bool SamePoint(const CKivPoint3d& q, const CKivPoint3d& p)
-{
-    return (q.x == p.x && q.y == p.y && q.z == p.z) || q == p;
-}
-
 inline std::uint64_t Bits(double v)
 {
     std::uint64_t b;
@@ -190,7 +173,7 @@ std::size_t CKivVertexGrid::Bucket(const Cell* c) const
     for (int a = 0; a < 3; ++a) {
         k[a] = c[a].nKey + c[a].nSpace * 0x9e3779b97f4a7c15ULL;
     }
-    const std::uint64_t h = Mix(k[0] ^ Mix(k[1] ^ Mix(k[2] + 0x632be59bd9b4e019ULL)));
+    const std::uint64_t h = KivMixKey(k[0] ^ KivMixKey(k[1] ^ KivMixKey(k[2] + 0x632be59bd9b4e019ULL)));
     return static_cast<std::size_t>(h & m_nMask);
 }
 
@@ -338,7 +321,7 @@ int CKivVertexIndex::Find3D(const std::vector<_sVertex*>& verts, const CKivPoint
         return -1;
     }
     Ensure(m_grid3D, verts);
-    return m_grid3D.FindLast(p, [&p](const CKivPoint3d& q) { return SamePoint(q, p); });
+    return m_grid3D.FindLast(p, [&p](const CKivPoint3d& q) { return KivSamePoint(q, p); });
 }
 
 int CKivVertexIndex::Find2D(const std::vector<_sVertex*>& verts, const CKivPoint3d& p)
@@ -362,7 +345,7 @@ CKivPointIndex::CKivPointIndex() : m_grid(3, kCell3D, kReach3D, true) {}
 
 int CKivPointIndex::FindLast(const CKivPoint3d& p) const
 {
-    return m_grid.FindLast(p, [&p](const CKivPoint3d& q) { return SamePoint(q, p); });
+    return m_grid.FindLast(p, [&p](const CKivPoint3d& q) { return KivSamePoint(q, p); });
 }
 
 void CKivVertexIndex::Invalidate()

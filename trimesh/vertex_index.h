@@ -43,6 +43,25 @@
 
 namespace TriMesh {
 
+// Spreads the bits of a cell key over the whole word (a 64-bit finaliser),
+// so that neighbouring cells land far apart in a hash table.
+inline std::uint64_t KivMixKey(std::uint64_t x)
+{
+    x ^= x >> 30;
+    x *= 0xbf58476d1ce4e5b9ULL;
+    x ^= x >> 27;
+    x *= 0x94d049bb133111ebULL;
+    x ^= x >> 31;
+    return x;
+}
+
+// Point equality. Equal doubles are equal under CompDouble: settle those
+// inline, which is how the corners of an exported surface meet again.
+inline bool KivSamePoint(const CKivPoint3d& q, const CKivPoint3d& p)
+{
+    return (q.x == p.x && q.y == p.y && q.z == p.z) || q == p;
+}
+
 class CKivVertexGrid {
 public:
     // nAxes 2 or 3; dCell >= 2 * dReach; bRelative: also relative cells below
