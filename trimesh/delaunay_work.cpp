@@ -1,5 +1,7 @@
 #include "trimesh/delaunay_work.h"
 
+#include "trimesh/bit_rank.h"
+
 #include "spacemath/exact_incircle.h"
 #include "spacemath/exact_orient.h"
 #include "spacemath/planar_internal.h"
@@ -124,7 +126,7 @@ void CKivDelaunayWork::CreationOrder(CKivBigArray<std::uint32_t>& order) const
     std::uint32_t sum = 0;
     for (std::size_t w = 0; w < nWords; ++w) {
         before[w] = sum;
-        sum += static_cast<std::uint32_t>(__builtin_popcountll(bits[w]));
+        sum += static_cast<std::uint32_t>(KivPopCount(bits[w]));
     }
     order.resize(sum);
     for (std::size_t t = 0; t < m_vecTri.size(); ++t) {
@@ -132,8 +134,7 @@ void CKivDelaunayWork::CreationOrder(CKivBigArray<std::uint32_t>& order) const
         if (r.v[0] >= 0 && r.seq >= nLoaded) {
             const std::size_t q = r.seq - nLoaded;
             const std::uint64_t below = bits[q / 64] & ((std::uint64_t(1) << (q % 64)) - 1);
-            order[before[q / 64] + static_cast<std::uint32_t>(__builtin_popcountll(below))] =
-                static_cast<std::uint32_t>(t);
+            order[before[q / 64] + static_cast<std::uint32_t>(KivPopCount(below))] = static_cast<std::uint32_t>(t);
         }
     }
 }

@@ -165,7 +165,7 @@ void CKivSoupMerge::SortByVertex()
     std::size_t sum = 0;
     for (std::size_t w = 0; w < nWord; ++w) {
         m_vecRankBase[w] = static_cast<std::uint32_t>(sum);
-        sum += static_cast<std::size_t>(PopCount(m_vecMaker[w]));
+        sum += static_cast<std::size_t>(KivPopCount(m_vecMaker[w]));
     }
     m_nMaker = sum;
     // Every vertex's corners are all in closed groups, in input order, or

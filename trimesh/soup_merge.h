@@ -32,21 +32,13 @@
 #include <kivgeo/tri3d.h>
 
 #include "trimesh/big_array_alloc.h"
+#include "trimesh/bit_rank.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
 namespace TriMesh {
-
-// Set bits of x (without relying on a popcount instruction).
-inline int PopCount(std::uint64_t x)
-{
-    x -= (x >> 1) & 0x5555555555555555ULL;
-    x = (x & 0x3333333333333333ULL) + ((x >> 2) & 0x3333333333333333ULL);
-    x = (x + (x >> 4)) & 0x0f0f0f0f0f0f0f0fULL;
-    return static_cast<int>((x * 0x0101010101010101ULL) >> 56);
-}
 
 class CKivSoupMerge {
 public:
@@ -94,7 +86,7 @@ private:
     std::size_t Rank(std::uint32_t j) const
     {
         const std::uint64_t below = m_vecMaker[j >> 6] & ((std::uint64_t(1) << (j & 63)) - 1);
-        return m_vecRankBase[j >> 6] + static_cast<std::size_t>(PopCount(below));
+        return m_vecRankBase[j >> 6] + static_cast<std::size_t>(KivPopCount(below));
     }
 
     // The corner positions in input order, until the merge is done: the
